@@ -1,0 +1,246 @@
+#include "core/options.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
+
+#include "core/getopt.h"
+#include "core/log.h"
+#include "toolkit/text.h"
+
+namespace {
+
+const VkStartWayName kCommonStartWays[] = {
+    {"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}};
+
+const char kPosEnableFormat[] = "[INFO] Pos Enable:%d,Lat:%s,Lon:%s,Altitude:%s,PosAcc:%s";
+
+// Copies at most keep characters of src into dst (which holds keep + 1).
+void copy_text(char *dst, const char *src, size_t keep) {
+    size_t n = strlen(src);
+    if (n > keep) n = keep;
+    memcpy(dst, src, n);
+    dst[n] = '\0';
+}
+
+bool equals_ignore_case(const char *a, const char *b) {
+    for (; *a && *b; ++a, ++b) {
+        char x = *a, y = *b;
+        if (x >= 'a' && x <= 'z') x = char(x - 'a' + 'A');
+        if (y >= 'a' && y <= 'z') y = char(y - 'a' + 'A');
+        if (x != y) return false;
+    }
+    return *a == *b;
+}
+
+// strtok-style field walk over a comma list: empty fields are skipped, so a
+// missing field shows up as the last ones running out.
+const char *next_field(const char **cursor, size_t *len) {
+    const char *p = *cursor;
+    while (*p == ',') ++p;
+    if (*p == '\0') {
+        *cursor = p;
+        return nullptr;
+    }
+    const char *start = p;
+    while (*p && *p != ',') ++p;
+    *len = size_t(p - start);
+    *cursor = (*p == ',') ? p + 1 : p;
+    return start;
+}
+
+void copy_field(char *dst, const char *src, size_t len, size_t keep) {
+    if (len > keep) len = keep;
+    memcpy(dst, src, len);
+    dst[len] = '\0';
+}
+
+const char *time_word(const VkOptionRules *rules) {
+    return rules->time_error_word ? rules->time_error_word : "time";
+}
+
+}  // namespace
+
+int vk_parse_start_way(const char *text, const VkOptionRules *rules) {
+    const VkStartWayName *names = rules->start_ways ? rules->start_ways : kCommonStartWays;
+    int count = rules->start_ways ? rules->start_way_count : 4;
+    int way = -1;
+    for (int i = 0; i < count; ++i) {
+        if (equals_ignore_case(text, names[i].name)) {
+            way = names[i].value;
+            break;
+        }
+    }
+    if (way == -1) vk_log("[ERROR] Invalid start way:%s\n", text);
+    vk_log("[INFO] Start way:%s\n", text);
+    return way;
+}
+
+uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAid *pos) {
+    if (strlen(text) > 63) {
+        vk_log(" Location string too long: %s\n", text);
+        return VK_ERR_PARAM;
+    }
+    char copy[64];
+    copy_text(copy, text, 63);
+    vk_log("[INFO] Ref position:%s\n", copy);
+    uint32_t commas = Vk_CountSpecChar(copy, ',');
+    if (commas != 3) {
+        // The count shown is the number of fields, not of commas.
+        vk_log("[ERROR] Invalid location format, comma count: %d\n", int(commas + 1));
+        return VK_ERR_PARAM;
+    }
+    if (!rules->skip_double_comma_check && strstr(copy, ",,")) {
+        vk_log("[ERROR] Invalid location format, exist \",,\",missing at least one field\n");
+        return VK_ERR_PARAM;
+    }
+    static const char *const kNames[4] = {"Lat", "Lon", "Altitude", "PosAcc"};
+    char *const dst[4] = {pos->lat, pos->lon, pos->alt, pos->acc};
+    const char *cursor = copy;
+    for (int i = 0; i < 4; ++i) {
+        size_t len = 0;
+        const char *field = next_field(&cursor, &len);
+        if (field == nullptr) {
+            vk_log("[ERROR] Invalid location, missing %s field\n", kNames[i]);
+            return VK_ERR_PARAM;
+        }
+        copy_field(dst[i], field, len, 17);
+    }
+    pos->enable = 1;
+    const char *fmt = rules->pos_enable_format ? rules->pos_enable_format : kPosEnableFormat;
+    vk_log_stamp();
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#endif
+    printf(fmt, pos->enable, pos->lat, pos->lon, pos->alt, pos->acc);
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+    fflush(stdout);
+    return VK_OK;
+}
+
+uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *time) {
+    const char *word = time_word(rules);
+    if (strlen(text) > 63) {
+        vk_log(" Time string too long: %s\n", text);
+        return VK_ERR_PARAM;
+    }
+    char copy[64];
+    copy_text(copy, text, 63);
+    vk_log("[INFO] time data:%s\n", copy);
+    uint32_t commas = Vk_CountSpecChar(copy, ',');
+    if (commas != 3) {
+        vk_log("[ERROR] Invalid %s format, comma count: %d\n", word, int(commas));
+        return VK_ERR_PARAM;
+    }
+    if (!rules->skip_double_comma_check && strstr(copy, ",,")) {
+        vk_log("[ERROR] Invalid time format, exist \",,\",missing at least one field\n");
+        return VK_ERR_PARAM;
+    }
+    static const char *const kNames[3] = {"Type", "UTC0", "LeapSec"};
+    const char *fields[3];
+    size_t lens[3];
+    const char *cursor = copy;
+    for (int i = 0; i < 3; ++i) {
+        fields[i] = next_field(&cursor, &lens[i]);
+        if (fields[i] == nullptr) {
+            vk_log("[ERROR] Invalid %s, missing %s field\n", word, kNames[i]);
+            return VK_ERR_PARAM;
+        }
+    }
+    char number[64];
+    copy_field(number, fields[0], lens[0], sizeof number - 1);
+    time->type = atoi(number);
+    copy_field(time->utc, fields[1], lens[1], 33);
+    copy_field(number, fields[2], lens[2], sizeof number - 1);
+    time->leap = atoi(number);
+    copy_text(time->accuracy, cursor, 17);
+    time->enable = 1;
+    vk_log("[INFO] Time Enable:%d,Mode:%d,Time:%s, LeapSec:%d, Accuracy:%s\n", time->enable,
+           time->type, time->utc, time->leap, time->accuracy);
+    return VK_OK;
+}
+
+uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkOptions *out) {
+    memset(out, 0, sizeof *out);
+    uint32_t module_keep = rules->module_keep ? rules->module_keep : 63;
+    vk_getopt_reset();
+    int c;
+    while ((c = vk_getopt(argc, argv, rules->optstring)) != -1) {
+        // A letter whose optional value is not attached arrives without one;
+        // it then counts as not given (no file, default start way, no aiding).
+        const char *value = vk_optarg;
+        if (rules->log_each_option && c != '?')
+            vk_log("[DEBUG] Option -%c with argument: %s\n", c, value ? value : "");
+        uint32_t ret = VK_OK;
+        switch (c) {
+            case 'b':
+                out->baud = atoi(value);
+                vk_log("[INFO] Baud rate:%d\n", out->baud);
+                break;
+            case 'c':
+                out->clear = 1;
+                if (rules->clear_message) vk_log("%s", rules->clear_message);
+                break;
+            case 'f':
+                if (!value) break;
+                copy_text(out->file, value, sizeof out->file - 1);
+                vk_log("[INFO] File: %s\n", out->file);
+                break;
+            case 'm':
+                copy_text(out->module, value, module_keep);
+                vk_log("[INFO] Module: %s\n", out->module);
+                break;
+            case 'p':
+                snprintf(out->port, sizeof out->port, "%s", value);
+                vk_log("[INFO] Port: %s\n", out->port);
+                break;
+            case 's':
+                if (!value) break;
+                out->start_way = vk_parse_start_way(value, rules);
+                break;
+            case 'l':
+                if (!value) break;
+                ret = vk_parse_location(value, rules, &out->pos);
+                break;
+            case 'u':
+                if (!value) break;
+                ret = vk_parse_time(value, rules, &out->time);
+                break;
+            default:  // o, R, T belong to the entry; unknown letters were reported
+                break;
+        }
+        if (ret != VK_OK) return ret;
+    }
+    return VK_OK;
+}
+
+bool vk_options_complete(const VkOptions *opts) {
+    return opts->port[0] != '\0' && opts->baud != 0 && opts->start_way != -1 &&
+           (opts->time.type == 0 || opts->time.type == 1);
+}
+
+void vk_print_usage(const char *example) {
+    vk_log("[ERROR] Failed.Please input parameters correctly, such as %s, FAIL\n", example);
+}
+
+uint32_t vk_check_file_access(const char *path) {
+    struct stat st;
+    int err = 0;
+    if (stat(path, &st) != 0) {
+        err = errno;
+    } else if (S_ISDIR(st.st_mode)) {
+        err = EISDIR;
+    } else {
+        FILE *f = fopen(path, "rb");
+        if (f == nullptr) err = errno;
+        else fclose(f);
+    }
+    if (err == 0) return VK_OK;
+    vk_log("[ERROR] Fail to access %s, errno: %d (%s)\n", path, err, strerror(err));
+    return VK_ERR_FILE_ACCESS;
+}

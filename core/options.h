@@ -1,0 +1,80 @@
+// The option grammar every backend entry parses again from the unchanged
+// argument vector: -m -p -b -f -s -c -u -l (and o, R, T accepted and ignored).
+// Backends differ only in data: their option string, start-way names, how many
+// characters of the module name they keep and a few message variants.
+#pragma once
+
+#include <cstdint>
+
+enum : uint32_t {
+    VK_OK = 0,
+    VK_ERR_PRESET = 0x101,
+    VK_ERR_PARAM = 0x102,
+    VK_ERR_FILE_ACCESS = 0x103,
+    VK_ERR_PORT_OPEN = 0x104,
+    VK_ERR_COMMAND = 0x107,
+    VK_ERR_MEMORY = 0x108,
+    VK_ERR_NO_REPLY = 0x200,
+};
+
+// -u: what the aiding steps need of the time string.
+struct VkTimeAid {
+    int enable;
+    int type;           // 0: use utc below, 1: use the computer's current UTC
+    char utc[34];       // year-month-day-hour:minute:second
+    int leap;
+    char accuracy[18];
+};
+
+// -l: latitude, longitude, altitude and accuracy as decimal texts.
+struct VkPosAid {
+    int enable;
+    char lat[18];
+    char lon[18];
+    char alt[18];
+    char acc[18];
+};
+
+struct VkOptions {
+    char module[64];
+    char port[100];
+    int baud;
+    char file[256];
+    int start_way;  // 0 NONE, 1 HOT, 2 WARM, 3 COLD (or as the backend's names say); -1 invalid
+    int clear;
+    VkTimeAid time;
+    VkPosAid pos;
+};
+
+struct VkStartWayName {
+    const char *name;
+    int value;
+};
+
+struct VkOptionRules {
+    const char *optstring;
+    const VkStartWayName *start_ways;  // null: NONE, HOT, WARM, COLD
+    int start_way_count;
+    uint32_t module_keep;              // characters of -m kept (63 unless a backend keeps fewer)
+    const char *pos_enable_format;     // logged after a valid -l; null: the common line
+    const char *clear_message;         // logged for -c; null: nothing
+    const char *time_error_word;       // "time" unless a backend words its time errors otherwise
+    bool skip_double_comma_check;      // backends that catch ",," only as a missing field
+    bool log_each_option;              // "[DEBUG] Option -%c with argument: %s\n"
+};
+
+// Parses argv with the backend's rules into *out (zeroed first).
+// Returns 0, or 0x102 at the first parameter error (after its message).
+uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkOptions *out);
+
+// Pieces of the grammar, for backends whose options go beyond the common set.
+uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAid *pos);
+uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *time);
+int vk_parse_start_way(const char *text, const VkOptionRules *rules);
+
+// Port given, baud rate non-zero, start way valid, time type 0 or 1.
+bool vk_options_complete(const VkOptions *opts);
+// "[ERROR] Failed.Please input parameters correctly, such as <example>, FAIL"
+void vk_print_usage(const char *example);
+// 0 when path can be opened for reading, else 0x103 after its message.
+uint32_t vk_check_file_access(const char *path);

@@ -1,0 +1,166 @@
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/log.h"
+#include "dw2207b/dw2207b.h"
+#include "serial/serial.h"
+#include "toolkit/checksum.h"
+#include "toolkit/reply.h"
+
+namespace {
+
+const char kAck[] = "$OK*04";
+
+uint32_t check_contains(const char *buf, uint32_t len, const char *expected, uint32_t current) {
+    if (!Vk_ContainsText(buf, len, expected)) return current;  // other text: keep the result
+    vk_log(" RECV ACK ok\n");
+    return 0;
+}
+
+// Writes a finished sentence; true when every byte went out.
+bool write_all(uint64_t handle, const char *text, uint32_t len, uint32_t *sent) {
+    *sent = serial_write(handle, text, len);
+    return *sent >= len;
+}
+
+enum { RTCM_MAX_FRAME = 1024 };
+
+}  // namespace
+
+uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(uint64_t handle, const char *expected,
+                                                    uint32_t timeout_ms) {
+    VkReplyWait how{};
+    how.timeout_ms = timeout_ms;
+    how.initial = VK_ERR_COMMAND;
+    how.nothing_read = VK_ERR_NO_REPLY;
+    how.no_memory = VK_ERR_MEMORY;
+    return Vk_WaitReply(handle, expected, check_contains, &how);
+}
+
+uint32_t DW2207B_SendStartWay(uint64_t handle, int start_way) {
+    const char *body;
+    switch (start_way) {
+        case 0:
+            vk_log(" no start way\n");
+            return 0;
+        case 1: body = "$RESET,0,h00"; break;
+        case 2: body = "$RESET,0,h01"; break;
+        case 3: body = "$RESET,0,hFF"; break;
+        default: return VK_ERR_COMMAND;
+    }
+    char cmd[64];
+    snprintf(cmd, sizeof cmd, "%s", body);
+    uint32_t len = Vk_NMEA_AppendTrailer(cmd, sizeof cmd);
+    vk_log(" Start cmd:%s", cmd);
+    uint32_t sent = 0;
+    if (!write_all(handle, cmd, len, &sent)) {
+        vk_log("[ERROR] send START CMD failed,actual_send:%d,len:%d\n", int(sent), int(len));
+        return VK_ERR_COMMAND;
+    }
+    return DW2207B_ReadUartAndCheckNmeaRspWithTimeout(handle, kAck, 2000);
+}
+
+uint32_t DW2207B_SendAidTime(uint64_t handle, const VkTimeAid *time) {
+    VkDateTime t{};
+    if (time->type == 0) {
+        sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &t.year, &t.month, &t.day, &t.hour, &t.minute,
+               &t.second);
+    } else {
+        Vk_GetCurrentDateTime(&t);
+    }
+    char cmd[349];
+    snprintf(cmd, sizeof cmd, "%s,%d,%d,%d,%d,%d,%d,%d", "$AIDTIME", t.year, t.month, t.day,
+             t.hour, t.minute, t.second, 0);
+    uint32_t len = Vk_NMEA_AppendTrailer(cmd, sizeof cmd);
+    vk_log(" AID TIME cmd: %s", cmd);
+    uint32_t sent = 0;
+    if (!write_all(handle, cmd, len, &sent)) {
+        vk_log("[ERROR] send time failed,actual_send:%d,len:%d\n", int(sent), int(len));
+        return 0x201;
+    }
+    return DW2207B_ReadUartAndCheckNmeaRspWithTimeout(handle, kAck, 3000);
+}
+
+uint32_t DW2207B_SendAidPos(uint64_t handle, const VkPosAid *pos) {
+    // The module takes decimal degrees scaled by 100, not degree-minutes.
+    double lat = atof(pos->lat) * 100;
+    double lon = atof(pos->lon) * 100;
+    double alt = atof(pos->alt);
+    if (lat == 0 || lon == 0) {
+        vk_log("[ERROR] lat[%0.6f] or lon[%0.6f] is none,no send pos\n", lat, lon);
+        return VK_ERR_PARAM;
+    }
+    char lat_dir = 'N', lon_dir = 'E';
+    if (lat < 0) {
+        lat_dir = 'S';
+        lat = -lat;
+    }
+    if (lon < 0) {
+        lon_dir = 'W';
+        lon = -lon;
+    }
+    char cmd[352];
+    snprintf(cmd, sizeof cmd, "%s,%0.6f,%c,%0.6f,%c,%0.1f", "$AIDPOS", lat, lat_dir, lon, lon_dir,
+             alt);
+    uint32_t len = Vk_NMEA_AppendTrailer(cmd, sizeof cmd);
+    vk_log(" AID POS cmd: %s", cmd);
+    uint32_t sent = 0;
+    if (!write_all(handle, cmd, len, &sent)) {
+        vk_log("[ERROR] uart send failed,actual_send:%d,len:%d\n", int(sent), int(len));
+        return 0x202;
+    }
+    return DW2207B_ReadUartAndCheckNmeaRspWithTimeout(handle, kAck, 3000);
+}
+
+uint32_t DW2207B_SendEphData(uint64_t handle, const char *path) {
+    FILE *f = fopen(path, "rb");
+    if (f == nullptr) {
+        perror("fopen");
+        return 0x204;
+    }
+    fseek(f, 0, SEEK_END);
+    long size_l = ftell(f);
+    fseek(f, 0, SEEK_SET);
+    int size = int(size_l < 0 ? 0 : size_l);
+    int sent = 0;
+    uint32_t result = VK_ERR_COMMAND;
+    uint8_t frame[RTCM_MAX_FRAME + 6];
+    uint32_t crc = 0;
+
+    vk_log("[INFO] Enter send eph...\n");
+    vk_log("[PROGRESS] %.2f%%,%d,%d\r\n", 0.0, 0, size);
+    for (;;) {
+        memset(frame, 0, sizeof frame);
+        size_t got = fread(frame, 1, 3, f);
+        if (got == 0) break;  // end of file
+        if (got < 3 || frame[0] != 0xD3 || (frame[1] & 0xFC) != 0) {
+            vk_log("[ERROR] There is an issue with the ephemeris file.\n");
+            result = 0x206;
+            break;
+        }
+        uint32_t length = uint32_t(frame[1] & 3) * 256 + frame[2];
+        size_t want = length + 3;
+        got = fread(frame + 3, 1, want, f);
+        // A short read keeps the previous frame's CRC for the comparison.
+        if (got == want) crc = Vk_Check_CRC24Q(0, frame, length + 3);
+        uint32_t stored = uint32_t(frame[length + 3]) << 16 | uint32_t(frame[length + 4]) << 8 |
+                          frame[length + 5];
+        if (got != want || crc != stored) {
+            vk_log("[ERROR] EPH file crc failed.\n");
+            vk_log("[ERROR] errror: %02X %02X %02X\n", frame[length + 3], frame[length + 4],
+                   frame[length + 5]);
+            result = 0x206;
+            break;
+        }
+        sent += int(serial_write(handle, frame, length + 6));
+        float progress = float(100LL * sent) / float(size);
+        vk_log("[PROGRESS] %.2f%%,%d,%d\r\n", progress, sent, size);
+        if (sent == size) result = 0;
+        platform_sleep(5000);
+    }
+    fclose(f);
+    if (result == 0) return 0;
+    vk_log("[ERROR] send [%s] to module failed\n", path);
+    return result;
+}

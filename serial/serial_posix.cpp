@@ -1,0 +1,455 @@
+// Serial port on POSIX hosts: termios, poll() and the modem-control ioctls.
+//
+// The handle is the file descriptor, always >= 3 so that 0 stays free as the
+// "null handle" of the line-control routines. The descriptor is kept
+// non-blocking; every wait is a poll() with an explicit deadline.
+#include "serial/serial.h"
+
+#include "core/log.h"
+
+#if defined(__linux__)
+#include "serial/serial_linux_baud.h"
+#endif
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <ctime>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+// Levels applied by the next serial_open; set through the null handle.
+int dtr_state = 0;
+int rts_state = 0;
+// Hex trace of short transfers (serial_enable_debug).
+int g_trace = 0;
+
+struct BaudEntry {
+    uint32_t baud;
+    speed_t code;
+};
+
+// The rates this host's termios names with a B constant.
+const BaudEntry kBaudTable[] = {
+    {50, B50},       {75, B75},       {110, B110},     {134, B134},     {150, B150},
+    {200, B200},     {300, B300},     {600, B600},     {1200, B1200},   {1800, B1800},
+    {2400, B2400},   {4800, B4800},   {9600, B9600},   {19200, B19200}, {38400, B38400},
+#ifdef B57600
+    {57600, B57600},
+#endif
+#ifdef B115200
+    {115200, B115200},
+#endif
+#ifdef B230400
+    {230400, B230400},
+#endif
+#ifdef B460800
+    {460800, B460800},
+#endif
+#ifdef B500000
+    {500000, B500000},
+#endif
+#ifdef B576000
+    {576000, B576000},
+#endif
+#ifdef B921600
+    {921600, B921600},
+#endif
+#ifdef B1000000
+    {1000000, B1000000},
+#endif
+#ifdef B1152000
+    {1152000, B1152000},
+#endif
+#ifdef B1500000
+    {1500000, B1500000},
+#endif
+#ifdef B2000000
+    {2000000, B2000000},
+#endif
+#ifdef B2500000
+    {2500000, B2500000},
+#endif
+#ifdef B3000000
+    {3000000, B3000000},
+#endif
+#ifdef B3500000
+    {3500000, B3500000},
+#endif
+#ifdef B4000000
+    {4000000, B4000000},
+#endif
+};
+
+bool handle_fd(uint64_t handle, int *fd) {
+    // 0..2 are the standard streams (and 0 the null handle): never a port.
+    if (handle < 3 || handle > uint64_t(INT_MAX)) return false;
+    *fd = int(handle);
+    return true;
+}
+
+int64_t now_ns() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return int64_t(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
+}
+
+void sleep_until(int64_t deadline_ns) {
+    for (;;) {
+        int64_t rem = deadline_ns - now_ns();
+        if (rem <= 0) return;
+        timespec req{time_t(rem / 1000000000LL), long(rem % 1000000000LL)};
+        nanosleep(&req, nullptr);
+    }
+}
+
+// Puts "baud" into *t when termios has a constant for it. Returns false when
+// the rate needs the host's arbitrary-rate interface instead.
+bool set_termios_speed(termios *t, uint32_t baud) {
+    for (const BaudEntry &e : kBaudTable) {
+        if (e.baud == baud) {
+#ifdef CIBAUD
+            t->c_cflag &= ~tcflag_t(CIBAUD);  // input speed: same as output
+#endif
+            cfsetispeed(t, e.code);
+            cfsetospeed(t, e.code);
+            return true;
+        }
+    }
+#if !defined(__linux__)
+    // BSD-style termios takes the rate itself as speed_t.
+    if (cfsetispeed(t, speed_t(baud)) == 0 && cfsetospeed(t, speed_t(baud)) == 0) return true;
+#endif
+    return false;
+}
+
+// Applies *t and then, for a rate without a constant, the exact rate.
+// Returns 0, or -1 when the device refused.
+int apply_termios(int fd, termios *t, uint32_t baud, int when) {
+    bool standard = baud == 0 || set_termios_speed(t, baud);
+    if (tcsetattr(fd, when, t) != 0) return -1;
+    if (standard) return 0;
+#if defined(__linux__)
+    return vk_linux_set_custom_baud(fd, baud) == 0 ? 0 : -1;
+#else
+    return -1;
+#endif
+}
+
+// The port's current rate in bits per second, 0 when unknown.
+uint32_t current_baud(int fd) {
+#if defined(__linux__)
+    unsigned b = 0;
+    if (vk_linux_get_baud(fd, &b) == 0) return b;
+    return 0;
+#else
+    termios t{};
+    if (tcgetattr(fd, &t) != 0) return 0;
+    speed_t code = cfgetispeed(&t);
+    for (const BaudEntry &e : kBaudTable)
+        if (e.code == code) return e.baud;
+    return uint32_t(code);
+#endif
+}
+
+// The quiet time that ends a read once data has started: 1 ms, stretched by
+// two character times (20 bit times) on slow lines. At 9600 baud one byte
+// alone takes over 1 ms on the wire, and a plain 1 ms gap would cut a steady
+// stream after every byte; from about 20000 baud up it is exactly 1 ms.
+int64_t quiet_gap_ns(int fd) {
+    uint32_t baud = current_baud(fd);
+    uint32_t extra_ms = baud > 0 ? 20000u / baud : 0;
+    return int64_t(1 + extra_ms) * 1000000LL;
+}
+
+// Waits until input is ready or the deadline passes.
+// 1: readable, 0: deadline passed, -1: the line is gone (hang-up, error).
+int wait_readable(int fd, int64_t deadline_ns) {
+    for (;;) {
+        int64_t rem = deadline_ns - now_ns();
+        int ms = 0;
+        if (rem > 0) {
+            int64_t up = (rem + 999999) / 1000000;
+            ms = up > INT_MAX ? INT_MAX : int(up);
+        }
+        pollfd p{fd, POLLIN, 0};
+        int r = poll(&p, 1, ms);
+        if (r < 0) {
+            if (errno == EINTR) continue;
+            return -1;
+        }
+        if (r == 0) {
+            if (now_ns() >= deadline_ns) return 0;
+            continue;
+        }
+        if (p.revents & POLLIN) return 1;
+        return -1;
+    }
+}
+
+// Reads up to len bytes before the time-out. With stop_on_gap the read ends
+// as soon as the line falls quiet after the first byte; without, it waits for
+// all len bytes.
+uint32_t read_port(uint64_t handle, uint8_t *buf, uint32_t len, uint32_t timeout_ms, bool stop_on_gap) {
+    int fd = -1;
+    if (!handle_fd(handle, &fd) || buf == nullptr) return 0;
+    const int64_t deadline = now_ns() + int64_t(timeout_ms) * 1000000LL;
+    const int64_t gap = stop_on_gap ? quiet_gap_ns(fd) : 0;
+    uint32_t got = 0;
+    bool line_gone = false;
+    while (got < len) {
+        int64_t until = deadline;
+        if (stop_on_gap && got > 0) {
+            int64_t quiet_end = now_ns() + gap;
+            if (quiet_end < until) until = quiet_end;
+        }
+        int w = wait_readable(fd, until);
+        if (w == 0) break;
+        if (w < 0) {
+            line_gone = true;
+            break;
+        }
+        ssize_t n = read(fd, buf + got, size_t(len - got));
+        if (n > 0) {
+            got += uint32_t(n);
+            continue;
+        }
+        if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) continue;
+        line_gone = true;  // end of file or a hard error (a hung-up line)
+        break;
+    }
+    // A line that is gone reads like a silent one: callers poll in short
+    // slices until their own deadline, and an instant 0 would make them spin.
+    if (line_gone && got == 0) sleep_until(deadline);
+    return got;
+}
+
+void trace_read(const uint8_t *buf, uint32_t count, const char *byte_fmt) {
+    if (!g_trace || count > 32) return;
+    vk_log_noflush("[DEBUG] recv to module -- < ");
+    for (uint32_t i = 0; i < count; ++i) printf(byte_fmt, buf[i]);
+    printf(",ret:%d\n", int(count));
+}
+
+void trace_write(const uint8_t *buf, uint32_t count) {
+    if (!g_trace || count > 32) return;
+    vk_log_noflush("[DEBUG] send to module -- < ");
+    for (uint32_t i = 0; i < count; ++i) printf("%02x ", buf[i]);
+    printf("\n");
+}
+
+uint32_t write_port(uint64_t handle, const uint8_t *buf, uint32_t len) {
+    int fd = -1;
+    if (!handle_fd(handle, &fd) || buf == nullptr) return 0;
+    uint32_t done = 0;
+    while (done < len) {
+        ssize_t n = write(fd, buf + done, size_t(len - done));
+        if (n > 0) {
+            done += uint32_t(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            // No write time-out: wait for room as long as the line lives.
+            pollfd p{fd, POLLOUT, 0};
+            int r = poll(&p, 1, -1);
+            if (r < 0 && errno == EINTR) continue;
+            if (r <= 0 || !(p.revents & POLLOUT)) break;
+            continue;
+        }
+        break;  // a hard error, e.g. EIO once the other end hung up
+    }
+    // A write is complete when the bytes have left, as with a synchronous
+    // write on a comm port; a following baud change or read deadline then
+    // starts after the transmission.
+    if (done > 0) tcdrain(fd);
+    return done;
+}
+
+bool set_modem_line(uint64_t handle, int line, uint32_t level) {
+    int fd = -1;
+    if (!handle_fd(handle, &fd)) return false;
+    int bits = line;
+    return ioctl(fd, level != 0 ? TIOCMBIS : TIOCMBIC, &bits) == 0;
+}
+
+}  // namespace
+
+uint64_t serial_open(const char *name, uint32_t baud) {
+    if (name == nullptr) return SERIAL_INVALID_HANDLE;
+    char path[4096];
+    serial_posix_device_path(name, path, sizeof path);
+
+    int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return SERIAL_INVALID_HANDLE;
+    if (fd < 3) {
+        // Keep 0 free as the null handle (and never hand out a std stream).
+        int high = fcntl(fd, F_DUPFD_CLOEXEC, 3);
+        close(fd);
+        if (high < 0) return SERIAL_INVALID_HANDLE;
+        fd = high;
+    }
+    // Only a terminal device is a port: never write protocol bytes into a
+    // file that happens to carry the given name.
+    if (!isatty(fd)) {
+        close(fd);
+        return SERIAL_INVALID_HANDLE;
+    }
+    // Exclusive use. The advisory lock catches other programs that lock the
+    // port (and a second open in this one); TIOCEXCL refuses further opens of
+    // the device by unprivileged programs.
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        close(fd);
+        return SERIAL_INVALID_HANDLE;
+    }
+    ioctl(fd, TIOCEXCL);
+
+    // Raw 8N1, no flow control. As with the device control block, a refused
+    // read or write of the settings does not fail the open.
+    termios t{};
+    tcgetattr(fd, &t);
+    cfmakeraw(&t);
+    t.c_cflag &= ~tcflag_t(CSIZE | PARENB | PARODD | CSTOPB);
+#ifdef CRTSCTS
+    t.c_cflag &= ~tcflag_t(CRTSCTS);
+#endif
+#ifdef CMSPAR
+    t.c_cflag &= ~tcflag_t(CMSPAR);
+#endif
+    t.c_cflag |= CS8 | CLOCAL | CREAD;
+    t.c_iflag &= ~tcflag_t(IXON | IXOFF | IXANY);
+    // With O_NONBLOCK an empty line reads as EAGAIN (VMIN 1), so a read of 0
+    // can only mean the line was hung up.
+    t.c_cc[VMIN] = 1;
+    t.c_cc[VTIME] = 0;
+    apply_termios(fd, &t, baud, TCSANOW);
+
+    // DTR routine first, then RTS, as on Win32. The Win32 DTR routine writes
+    // the control block's RTS-control field (from the DTR level) and the RTS
+    // routine then overwrites that field, so after the open RTS follows the
+    // RTS level and DTR the DTR level. termios has no such field; the line
+    // levels are all that can be observed, so here the DTR routine drives
+    // only DTR and leaves RTS alone, and the end state after the open is the
+    // same. Moving RTS from a lone DTR call would be the field's side effect
+    // without its purpose, and RTS often drives a module's reset or boot pin.
+    // A pseudo-terminal refuses both ioctls; the port is still usable.
+    serial_CfgDTR(uint64_t(fd), uint32_t(dtr_state));
+    serial_CfgRTS(uint64_t(fd), uint32_t(rts_state));
+    return uint64_t(fd);
+}
+
+int serial_close(uint64_t handle) {
+    int fd = -1;
+    if (handle_fd(handle, &fd)) {
+        // The exclusive flag stays on a tty whose other end lives on (a
+        // pseudo-terminal), so give it back before closing.
+        ioctl(fd, TIOCNXCL);
+        close(fd);
+    }
+    return 0;
+}
+
+uint32_t serial_read(uint64_t handle, void *buf, uint64_t len, uint32_t timeout_ms) {
+    uint8_t *p = static_cast<uint8_t *>(buf);
+    uint32_t n = read_port(handle, p, uint32_t(len), timeout_ms, true);
+    trace_read(p, n, "%02X ");
+    return n;
+}
+
+uint32_t serial_read_until(uint64_t handle, void *buf, uint64_t len, uint32_t timeout_ms) {
+    uint8_t *p = static_cast<uint8_t *>(buf);
+    uint32_t n = read_port(handle, p, uint32_t(len), timeout_ms, false);
+    trace_read(p, n, "%02x ");
+    return n;
+}
+
+uint32_t serial_write(uint64_t handle, const void *buf, uint64_t len) {
+    const uint8_t *p = static_cast<const uint8_t *>(buf);
+    uint32_t n = write_port(handle, p, uint32_t(len));
+    trace_write(p, n);
+    return n;
+}
+
+uint32_t serial_write_byte(uint64_t handle, uint8_t b) {
+    return write_port(handle, &b, 1);
+}
+
+int serial_flush(uint64_t handle) {
+    int fd = -1;
+    if (handle_fd(handle, &fd)) tcflush(fd, TCIOFLUSH);
+    return 0;
+}
+
+int serial_change_br(uint64_t handle, uint32_t baud) {
+    int fd = -1;
+    termios t{};
+    if (!handle_fd(handle, &fd) || tcgetattr(fd, &t) != 0) return -1;
+    // Rate 0 would mean "hang up" to termios; it is no rate to switch to.
+    if (baud == 0) return -2;
+    t.c_cflag &= ~tcflag_t(CSIZE | PARENB | PARODD | CSTOPB);
+#ifdef CMSPAR
+    t.c_cflag &= ~tcflag_t(CMSPAR);
+#endif
+    t.c_cflag |= CS8;
+    // TCSADRAIN: bytes still queued leave at the old rate.
+    if (apply_termios(fd, &t, baud, TCSADRAIN) != 0) return -2;
+    return 0;
+}
+
+int serial_CfgEvenParity(uint64_t handle) {
+    int fd = -1;
+    termios t{};
+    if (!handle_fd(handle, &fd) || tcgetattr(fd, &t) != 0) {
+        vk_log("[ERROR] Unable to obtain serial port configuration\n");
+        serial_close(handle);
+        return -1;
+    }
+    t.c_cflag |= PARENB;
+    t.c_cflag &= ~tcflag_t(PARODD);
+#ifdef CMSPAR
+    t.c_cflag &= ~tcflag_t(CMSPAR);
+#endif
+    // Judged by the write of the settings alone, like the control block on
+    // Win32; a pseudo-terminal accepts it yet keeps itself at 8N1.
+    if (tcsetattr(fd, TCSADRAIN, &t) != 0) {
+        vk_log("[ERROR] Unable to set serial port configuration\n");
+        serial_close(handle);
+        return -1;
+    }
+    return 0;
+}
+
+int serial_CfgRTS(uint64_t handle, uint32_t level) {
+    if (handle == 0) {
+        rts_state = int(level);
+        return 1;
+    }
+    return set_modem_line(handle, TIOCM_RTS, level) ? 1 : 0;
+}
+
+int serial_CfgDTR(uint64_t handle, uint32_t level) {
+    if (handle == 0) {
+        dtr_state = int(level);
+        return 1;
+    }
+    // DTR only; see serial_open for how this maps the Win32 routine.
+    return set_modem_line(handle, TIOCM_DTR, level) ? 1 : 0;
+}
+
+int serial_enable_debug() {
+    g_trace = 1;
+    return 0;
+}
+
+int Vk_Uart_ConfigDtrRts(uint32_t dtr, uint32_t rts) {
+    serial_CfgDTR(0, dtr);
+    serial_CfgRTS(0, rts);
+    return 0;
+}

@@ -1,0 +1,188 @@
+// vkagnss-sim: the virtual receiver as a program, for rehearsing a run
+// without hardware:
+//   vkagnss-sim --platform dw2207b --link /tmp/ttyVK0
+//   vkagnss -m DW2207B -o online -p /tmp/ttyVK0 -b 115200 ...
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "sim/sim.h"
+
+namespace {
+
+volatile std::sig_atomic_t g_signalled = 0;
+
+void on_signal(int) { g_signalled = 1; }
+
+const char kUsage[] =
+    "usage: vkagnss-sim --platform dw2207b [options]\n"
+    "\n"
+    "Plays a GNSS receiver on a pseudo-terminal and prints the device path.\n"
+    "Runs until SIGINT or SIGTERM, then prints what it received.\n"
+    "\n"
+    "  --platform NAME          receiver model: dw2207b\n"
+    "  --link PATH              also reach the device through symlink PATH\n"
+    "                           (an existing symlink there is replaced)\n"
+    "  --silent                 never answer\n"
+    "  --refuse                 answer every command with the refusal ($ERROR*58)\n"
+    "  --garbage-only           answer noise instead of the reply\n"
+    "  --garbage N              send N noise bytes before each reply\n"
+    "                           (noise is the text \"#noise\" repeated, never '$')\n"
+    "  --split N                write each reply in N pieces\n"
+    "  --split-gap MS           pause between the pieces\n"
+    "  --delay MS               pause before each reply\n"
+    "  --pace BAUD              take and give one byte per 10 bit times of BAUD\n"
+    "  --stop-after N           answer the first N commands only\n"
+    "  --close-after-frames N   hang up after N binary frames (N >= 1)\n"
+    "  --exit-after-idle MS     exit once a client has sent something and the\n"
+    "                           line has then been quiet for MS\n"
+    "  --verbose                log received units and answers to stderr\n"
+    "  --help                   show this text\n";
+
+bool parse_u32(const char *text, uint32_t *out) {
+    if (!text || !*text) return false;
+    char *end = nullptr;
+    errno = 0;
+    unsigned long long v = std::strtoull(text, &end, 10);
+    if (errno != 0 || *end != '\0' || text[0] == '-' || v > 0xFFFFFFFFull) return false;
+    *out = uint32_t(v);
+    return true;
+}
+
+int usage_error(const char *fmt, const char *arg) {
+    std::fprintf(stderr, "vkagnss-sim: ");
+    std::fprintf(stderr, fmt, arg);
+    std::fprintf(stderr, "\n%s", kUsage);
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    SimConfig cfg;
+    uint32_t exit_after_idle_ms = 0;
+    bool exit_after_idle = false;
+
+    for (int i = 1; i < argc; ++i) {
+        std::string opt = argv[i];
+        std::string value;
+        bool has_inline = false;
+        size_t eq = opt.find('=');
+        if (opt.rfind("--", 0) == 0 && eq != std::string::npos) {
+            value = opt.substr(eq + 1);
+            opt = opt.substr(0, eq);
+            has_inline = true;
+        }
+        auto take = [&](std::string *out) -> bool {
+            if (has_inline) {
+                *out = value;
+                return true;
+            }
+            if (i + 1 >= argc) return false;
+            *out = argv[++i];
+            return true;
+        };
+        auto take_u32 = [&](uint32_t *out) -> bool {
+            std::string v;
+            return take(&v) && parse_u32(v.c_str(), out);
+        };
+        bool is_flag = opt == "--help" || opt == "-h" || opt == "--silent" || opt == "--refuse" ||
+                       opt == "--garbage-only" || opt == "--verbose";
+        if (is_flag && has_inline) return usage_error("option %s takes no value", opt.c_str());
+
+        uint32_t n = 0;
+        if (opt == "--help" || opt == "-h") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        } else if (opt == "--platform") {
+            if (!take(&cfg.platform)) return usage_error("%s needs a value", opt.c_str());
+        } else if (opt == "--link") {
+            if (!take(&cfg.link_path) || cfg.link_path.empty()) return usage_error("%s needs a path", opt.c_str());
+        } else if (opt == "--silent") {
+            cfg.faults.silent = true;
+        } else if (opt == "--refuse") {
+            cfg.faults.refuse = true;
+        } else if (opt == "--garbage-only") {
+            cfg.faults.garbage_only = true;
+        } else if (opt == "--verbose") {
+            cfg.verbose = true;
+        } else if (opt == "--garbage") {
+            if (!take_u32(&cfg.faults.garbage_bytes)) return usage_error("%s needs a number", opt.c_str());
+        } else if (opt == "--split") {
+            if (!take_u32(&n) || n == 0) return usage_error("%s needs a number of at least 1", opt.c_str());
+            cfg.faults.split_parts = n;
+        } else if (opt == "--split-gap") {
+            if (!take_u32(&cfg.faults.split_gap_ms)) return usage_error("%s needs milliseconds", opt.c_str());
+        } else if (opt == "--delay") {
+            if (!take_u32(&cfg.faults.delay_ms)) return usage_error("%s needs milliseconds", opt.c_str());
+        } else if (opt == "--pace") {
+            if (!take_u32(&n) || n == 0) return usage_error("%s needs a baud rate", opt.c_str());
+            cfg.faults.pace_baud = n;
+        } else if (opt == "--stop-after") {
+            if (!take_u32(&n) || n > 0x7FFFFFFF) return usage_error("%s needs a number", opt.c_str());
+            cfg.faults.stop_after = int32_t(n);
+        } else if (opt == "--close-after-frames") {
+            if (!take_u32(&n) || n == 0 || n > 0x7FFFFFFF)
+                return usage_error("%s needs a number of at least 1", opt.c_str());
+            cfg.faults.close_after_frames = int32_t(n);
+        } else if (opt == "--exit-after-idle") {
+            if (!take_u32(&exit_after_idle_ms) || exit_after_idle_ms == 0)
+                return usage_error("%s needs milliseconds", opt.c_str());
+            exit_after_idle = true;
+        } else {
+            return usage_error("unknown argument %s", argv[i]);
+        }
+    }
+    if (cfg.platform.empty()) return usage_error("%s is required", "--platform");
+
+    struct sigaction sa {};
+    sa.sa_handler = on_signal;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    // The receiver thread inherits this mask: signals go to the main thread.
+    sigset_t block, old;
+    sigemptyset(&block);
+    sigaddset(&block, SIGINT);
+    sigaddset(&block, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &block, &old);
+    std::string error;
+    Sim *sim = sim_start(cfg, &error);
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    if (!sim) {
+        std::fprintf(stderr, "vkagnss-sim: %s\n", error.c_str());
+        return 1;
+    }
+
+    std::string platform;
+    for (char c : cfg.platform) platform += (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+    if (cfg.link_path.empty()) {
+        std::printf("vkagnss-sim: %s receiver on %s\n", platform.c_str(), sim_slave_path(sim).c_str());
+    } else {
+        std::printf("vkagnss-sim: %s receiver on %s (link %s)\n", platform.c_str(), sim_slave_path(sim).c_str(),
+                    cfg.link_path.c_str());
+    }
+    std::fflush(stdout);
+
+    while (!g_signalled) {
+        if (exit_after_idle && sim_bytes_received(sim) > 0 && sim_idle(sim, exit_after_idle_ms)) break;
+        usleep(20000);
+    }
+
+    sim_stop(sim);  // takes in whatever is still on the line first
+    SimRecord rec = sim_record(sim);
+    sim_free(sim);
+    std::printf("vkagnss-sim: sentences %zu, frames %zu, bad checksums %u, bad frames %u, bytes %zu, replies %u\n",
+                rec.sentences.size(), rec.frames.size(), unsigned(rec.bad_checksums), unsigned(rec.bad_frames),
+                rec.raw.size(), unsigned(rec.replies));
+    std::fflush(stdout);
+    return 0;
+}

@@ -1,0 +1,102 @@
+#include "tests/e2e/harness.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <regex>
+
+const char kBanner[] =
+    "[SSS.mmm][INFO] V1.1.1 <date> <time>\n"
+    "[SSS.mmm][INFO] Enter agnss tool\n";
+
+ToolRun run_tool(const std::vector<std::string> &args) {
+    ToolRun run;
+    int out_pipe[2], err_pipe[2];
+    if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0) return run;
+    pid_t pid = fork();
+    if (pid == 0) {
+        int devnull = open("/dev/null", O_RDONLY);
+        dup2(devnull, 0);
+        dup2(out_pipe[1], 1);
+        dup2(err_pipe[1], 2);
+        close(out_pipe[0]);
+        close(err_pipe[0]);
+        std::vector<char *> argv;
+        argv.push_back(const_cast<char *>(VKAGNSS_BIN));
+        for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(nullptr);
+        execv(VKAGNSS_BIN, argv.data());
+        _exit(127);
+    }
+    close(out_pipe[1]);
+    close(err_pipe[1]);
+    pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
+    std::string *sinks[2] = {&run.out, &run.err};
+    int open_count = 2;
+    while (open_count > 0) {
+        if (poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+            char buf[4096];
+            ssize_t n = read(fds[i].fd, buf, sizeof buf);
+            if (n > 0) {
+                sinks[i]->append(buf, size_t(n));
+            } else {
+                close(fds[i].fd);
+                fds[i].fd = -1;
+                --open_count;
+            }
+        }
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return run;
+}
+
+std::string mask(const std::string &out) {
+    static const std::regex stamp(R"(\[\d{3,}\.\d{3}\])");
+    static const std::regex banner(R"(V1\.1\.1 [A-Z][a-z]{2} [ 123]\d \d{4} \d{2}:\d{2}:\d{2}\n)");
+    std::string s = std::regex_replace(out, stamp, "[SSS.mmm]");
+    return std::regex_replace(s, banner, "V1.1.1 <date> <time>\n",
+                              std::regex_constants::format_first_only);
+}
+
+std::string make_temp_dir() {
+    char tmpl[] = "/tmp/vkagnss-test-XXXXXX";
+    char *dir = mkdtemp(tmpl);
+    return dir ? std::string(dir) : std::string();
+}
+
+void remove_tree(const std::string &dir) {
+    if (dir.rfind("/tmp/vkagnss-test-", 0) != 0) return;
+    std::string cmd = "rm -rf '" + dir + "'";
+    if (system(cmd.c_str()) != 0) perror("rm");
+}
+
+void write_file(const std::string &path, const std::vector<uint8_t> &bytes) {
+    std::ofstream f(path, std::ios::binary);
+    f.write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+void write_file(const std::string &path, const std::string &text) {
+    std::ofstream f(path, std::ios::binary);
+    f << text;
+}
+
+std::vector<uint8_t> read_file(const std::string &path) {
+    std::ifstream f(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}

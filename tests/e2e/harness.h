@@ -1,0 +1,29 @@
+// Runs the real vkagnss binary and compares its console output.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct ToolRun {
+    std::string out;   // standard output
+    std::string err;   // standard error
+    int status = -1;   // exit status (or 128 + signal)
+};
+
+// Runs VKAGNSS_BIN with args (argv[0] is added) and waits for it.
+ToolRun run_tool(const std::vector<std::string> &args);
+
+// Replaces every "[ddd.ddd]" stamp by "[SSS.mmm]" and the banner's build date
+// and time by "<date> <time>" (after checking their form).
+std::string mask(const std::string &out);
+
+// Fresh temporary directory for one test, removed by remove_tree.
+std::string make_temp_dir();
+void remove_tree(const std::string &dir);
+void write_file(const std::string &path, const std::vector<uint8_t> &bytes);
+void write_file(const std::string &path, const std::string &text);
+std::vector<uint8_t> read_file(const std::string &path);
+
+// The two lines every run starts with, masked.
+extern const char kBanner[];

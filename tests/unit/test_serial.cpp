@@ -1,0 +1,664 @@
+// Serial layer: device paths (both OS forms) and the POSIX port driven over a
+// pseudo-terminal whose master side plays the module.
+#include "serial/serial.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#ifndef _WIN32
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+#if defined(__linux__)
+#include "serial/serial_linux_baud.h"
+#endif
+#endif
+
+namespace {
+
+std::string posix_path(const char *name, uint64_t size = 256) {
+    std::vector<char> out(size_t(size) + 1, '#');
+    serial_posix_device_path(name, out.data(), size);
+    return std::string(out.data());
+}
+
+std::string win32_path(const char *name) {
+    char out[32];
+    std::memset(out, '#', sizeof out);
+    serial_win32_device_path(name, out);
+    return std::string(out);
+}
+
+}  // namespace
+
+TEST(SerialPath, BareNameMapsUnderDev) {
+    EXPECT_EQ(posix_path("ttyUSB0"), "/dev/ttyUSB0");
+    EXPECT_EQ(posix_path("ttyACM1"), "/dev/ttyACM1");
+}
+
+TEST(SerialPath, NameWithSlashIsUsedAsItIs) {
+    EXPECT_EQ(posix_path("/dev/pts/4"), "/dev/pts/4");
+    EXPECT_EQ(posix_path("/tmp/ttyVK0"), "/tmp/ttyVK0");
+    EXPECT_EQ(posix_path("./ttyVK0"), "./ttyVK0");
+}
+
+TEST(SerialPath, PosixPathIsCutToTheBuffer) {
+    EXPECT_EQ(posix_path("ttyUSB0", 8), "/dev/tt");
+    EXPECT_EQ(posix_path("/dev/ttyS0", 5), "/dev");
+}
+
+TEST(SerialPath, Win32DeviceNamespaceForm) {
+    EXPECT_EQ(win32_path("COM3"), "\\\\.\\COM3");
+    EXPECT_EQ(win32_path("COM12"), "\\\\.\\COM12");
+}
+
+TEST(SerialPath, Win32NameLongerThan27IsCut) {
+    const std::string name27 = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0";  // 27 characters
+    ASSERT_EQ(name27.size(), 27u);
+    EXPECT_EQ(win32_path(name27.c_str()), "\\\\.\\" + name27);
+    const std::string longer = name27 + "123456";
+    std::string cut = win32_path(longer.c_str());
+    EXPECT_EQ(cut, "\\\\.\\" + name27);
+    EXPECT_EQ(cut.size(), 31u);
+}
+
+#ifndef _WIN32
+
+namespace {
+
+// A pseudo-terminal; the tool opens the slave by its path like a real port.
+struct Pty {
+    int master = -1;
+    int slave = -1;
+    char name[128] = {0};
+
+    Pty() {
+        if (openpty(&master, &slave, name, nullptr, nullptr) != 0) {
+            master = slave = -1;
+            return;
+        }
+        termios t{};
+        tcgetattr(master, &t);
+        cfmakeraw(&t);
+        tcsetattr(master, TCSANOW, &t);
+    }
+    ~Pty() {
+        if (master >= 0) close(master);
+        if (slave >= 0) close(slave);
+    }
+    bool ok() const { return master >= 0; }
+};
+
+void write_all_fd(int fd, const void *data, size_t len) {
+    const uint8_t *p = static_cast<const uint8_t *>(data);
+    size_t done = 0;
+    while (done < len) {
+        ssize_t n = write(fd, p + done, len - done);
+        if (n > 0) {
+            done += size_t(n);
+        } else if (n < 0 && errno == EINTR) {
+            continue;
+        } else {
+            pollfd pfd{fd, POLLOUT, 0};
+            if (poll(&pfd, 1, 2000) <= 0) return;
+        }
+    }
+}
+
+void write_str(int fd, const std::string &s) { write_all_fd(fd, s.data(), s.size()); }
+
+// Reads exactly n bytes from the master side, giving up after max_ms of silence.
+std::vector<uint8_t> read_master(int fd, size_t n, int max_ms = 5000) {
+    std::vector<uint8_t> out;
+    uint8_t buf[4096];
+    while (out.size() < n) {
+        pollfd pfd{fd, POLLIN, 0};
+        if (poll(&pfd, 1, max_ms) <= 0) break;
+        ssize_t r = read(fd, buf, std::min(sizeof buf, n - out.size()));
+        if (r <= 0) break;
+        out.insert(out.end(), buf, buf + r);
+    }
+    return out;
+}
+
+bool wait_input(uint64_t handle, int max_ms) {
+    pollfd pfd{int(handle), POLLIN, 0};
+    return poll(&pfd, 1, max_ms) == 1;
+}
+
+bool is_open(uint64_t h) { return int64_t(h) >= 0; }
+
+std::string mask_stamps(const std::string &s) {
+    static const std::regex stamp(R"(\[[0-9]{3,}\.[0-9]{3}\])");
+    return std::regex_replace(s, stamp, "[sss.mmm]");
+}
+
+}  // namespace
+
+TEST(SerialPort, OpensByPathAndCloses) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    EXPECT_NE(h, 0u);
+    EXPECT_GE(h, 3u);
+    EXPECT_EQ(serial_close(h), 0);
+}
+
+TEST(SerialPort, MissingDeviceGivesInvalidHandle) {
+    EXPECT_EQ(serial_open("/dev/vk-no-such-port-here", 115200), SERIAL_INVALID_HANDLE);
+    EXPECT_EQ(serial_open("vk-no-such-port-here", 115200), SERIAL_INVALID_HANDLE);
+    EXPECT_EQ(int64_t(serial_open("/nonexistent-dir/ttyX", 9600)), -1);
+}
+
+TEST(SerialPort, OrdinaryFileIsNotAPort) {
+    char path[] = "/tmp/vk_serial_test_XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    write_str(fd, "keep me");
+    close(fd);
+    EXPECT_EQ(serial_open(path, 115200), SERIAL_INVALID_HANDLE);
+    unlink(path);
+}
+
+TEST(SerialPort, SecondOpenOfAHeldPortFails) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t first = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(first));
+    EXPECT_EQ(serial_open(pty.name, 115200), SERIAL_INVALID_HANDLE);
+    EXPECT_EQ(serial_close(first), 0);
+    // Released on close: the port can be opened again.
+    uint64_t again = serial_open(pty.name, 115200);
+    EXPECT_TRUE(is_open(again));
+    serial_close(again);
+}
+
+TEST(SerialPort, HandleNeverLandsOnTheStandardStreams) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    int saved = dup(0);
+    ASSERT_GE(saved, 0);
+    close(0);  // the next open() would return 0
+    uint64_t h = serial_open(pty.name, 9600);
+    dup2(saved, 0);
+    close(saved);
+    ASSERT_TRUE(is_open(h));
+    EXPECT_GE(h, 3u);
+    // The descriptor is usable.
+    write_str(pty.master, "ok");
+    uint8_t buf[8] = {0};
+    EXPECT_EQ(serial_read(h, buf, sizeof buf, 2000), 2u);
+    serial_close(h);
+}
+
+TEST(SerialPort, AcceptsStandardAndOddBaudRates) {
+    const uint32_t rates[] = {9600, 115200, 921600, 1000000, 3000000, 250000, 460800, 1234567};
+    for (uint32_t baud : rates) {
+        Pty pty;
+        ASSERT_TRUE(pty.ok());
+        uint64_t h = serial_open(pty.name, baud);
+        ASSERT_TRUE(is_open(h)) << baud;
+#if defined(__linux__)
+        unsigned got = 0;
+        ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+        EXPECT_EQ(got, baud);
+#endif
+        serial_close(h);
+    }
+}
+
+TEST(SerialPort, OpenSetsRaw8N1WithoutFlowControl) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    // Start from a cooked, 7E2, flow-controlled terminal.
+    termios t{};
+    tcgetattr(pty.slave, &t);
+    t.c_cflag = (t.c_cflag & ~tcflag_t(CSIZE)) | CS7 | PARENB | CSTOPB | CRTSCTS;
+    t.c_iflag |= IXON | IXOFF | ICRNL;
+    t.c_lflag |= ICANON | ECHO;
+    t.c_oflag |= OPOST | ONLCR;
+    tcsetattr(pty.slave, TCSANOW, &t);
+
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    termios r{};
+    ASSERT_EQ(tcgetattr(int(h), &r), 0);
+    EXPECT_EQ(r.c_cflag & CSIZE, tcflag_t(CS8));
+    EXPECT_EQ(r.c_cflag & (PARENB | CSTOPB | CRTSCTS), 0u);
+    EXPECT_NE(r.c_cflag & CLOCAL, 0u);
+    EXPECT_NE(r.c_cflag & CREAD, 0u);
+    EXPECT_EQ(r.c_iflag & (IXON | IXOFF | IXANY | ICRNL), 0u);
+    EXPECT_EQ(r.c_lflag & (ICANON | ECHO), 0u);
+    EXPECT_EQ(r.c_oflag & OPOST, 0u);
+
+    // Bytes pass untouched in both directions ("\n" not turned into "\r\n").
+    const uint8_t data[] = {'\r', '\n', 0x00, 0x11, 0x13, 0x03, 0xFF};
+    EXPECT_EQ(serial_write(h, data, sizeof data), sizeof data);
+    EXPECT_EQ(read_master(pty.master, sizeof data), std::vector<uint8_t>(data, data + sizeof data));
+    write_all_fd(pty.master, data, sizeof data);
+    uint8_t buf[32] = {0};
+    ASSERT_EQ(serial_read_until(h, buf, sizeof data, 3000), sizeof data);
+    EXPECT_EQ(std::memcmp(buf, data, sizeof data), 0);
+    serial_close(h);
+}
+
+TEST(SerialPort, ReadReturnsWhatTheModuleSent) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    write_str(pty.master, "$PAIR001,004,0*3E\r\n");
+    char buf[256] = {0};
+    uint32_t n = serial_read(h, buf, sizeof buf, 2000);
+    EXPECT_EQ(std::string(buf, n), "$PAIR001,004,0*3E\r\n");
+    serial_close(h);
+}
+
+TEST(SerialPort, ReadEndsWithTheBurstNotAtTheLength) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    // The second burst comes long after the first has ended: a read asking
+    // for far more than the first burst must hand back only the first.
+    std::thread module([&] {
+        write_str(pty.master, "first burst");
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        write_str(pty.master, "second");
+    });
+    char buf[10240] = {0};
+    uint32_t n = serial_read(h, buf, sizeof buf, 10000);
+    EXPECT_EQ(std::string(buf, n), "first burst");
+    n = serial_read(h, buf, sizeof buf, 10000);
+    EXPECT_EQ(std::string(buf, n), "second");
+    module.join();
+    serial_close(h);
+}
+
+TEST(SerialPort, ReadOnASilentLineReturnsZero) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    uint8_t buf[64];
+    EXPECT_EQ(serial_read(h, buf, sizeof buf, 200), 0u);
+    EXPECT_EQ(serial_read_until(h, buf, sizeof buf, 100), 0u);
+    serial_close(h);
+}
+
+TEST(SerialPort, ReadStopsAtLength) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    write_str(pty.master, "0123456789ABCDEFGHIJ");
+    ASSERT_TRUE(wait_input(h, 2000));
+    char buf[32];
+    std::memset(buf, '#', sizeof buf);
+    ASSERT_EQ(serial_read(h, buf, 8, 2000), 8u);
+    EXPECT_EQ(std::string(buf, 8), "01234567");
+    EXPECT_EQ(buf[8], '#');  // nothing written past len
+    uint32_t n = serial_read(h, buf, sizeof buf, 2000);
+    EXPECT_EQ(std::string(buf, n), "89ABCDEFGHIJ");
+    serial_close(h);
+}
+
+TEST(SerialPort, ReadWithZeroTimeoutTakesWhatIsThere) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    uint8_t buf[16];
+    EXPECT_EQ(serial_read(h, buf, sizeof buf, 0), 0u);
+    write_str(pty.master, "xyz");
+    ASSERT_TRUE(wait_input(h, 2000));
+    uint32_t n = serial_read(h, buf, sizeof buf, 0);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(buf), n), "xyz");
+    serial_close(h);
+}
+
+TEST(SerialPort, ReadUntilCollectsAcrossSeparateWrites) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    std::thread module([&] {
+        write_str(pty.master, "abc");
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        write_str(pty.master, "defgh");
+    });
+    char buf[16] = {0};
+    uint32_t n = serial_read_until(h, buf, 8, 10000);
+    module.join();
+    EXPECT_EQ(n, 8u);
+    EXPECT_EQ(std::string(buf, n), "abcdefgh");
+    serial_close(h);
+}
+
+TEST(SerialPort, ReadUntilReturnsTheShortCountAtTheTimeout) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    write_str(pty.master, "abc");
+    char buf[16] = {0};
+    uint32_t n = serial_read_until(h, buf, 10, 300);
+    EXPECT_EQ(std::string(buf, n), "abc");
+    serial_close(h);
+}
+
+TEST(SerialPort, WritesArriveByteExact) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    std::vector<uint8_t> data(256);
+    for (size_t i = 0; i < data.size(); ++i) data[i] = uint8_t(i);
+    EXPECT_EQ(serial_write(h, data.data(), data.size()), 256u);
+    EXPECT_EQ(read_master(pty.master, 256), data);
+    EXPECT_EQ(serial_write_byte(h, 0xA5), 1u);
+    EXPECT_EQ(read_master(pty.master, 1), std::vector<uint8_t>{0xA5});
+    EXPECT_EQ(serial_write(h, data.data(), 0), 0u);
+    serial_close(h);
+}
+
+TEST(SerialPort, LargeWriteWaitsForRoomAndArrivesWhole) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 921600);
+    ASSERT_TRUE(is_open(h));
+    // Far more than the pseudo-terminal buffers: the write must wait for the
+    // reader rather than stop short.
+    std::vector<uint8_t> data(200000);
+    uint32_t x = 12345;
+    for (auto &b : data) {
+        x = x * 1103515245u + 12345u;
+        b = uint8_t(x >> 24);
+    }
+    std::vector<uint8_t> got;
+    std::thread module([&] { got = read_master(pty.master, data.size()); });
+    EXPECT_EQ(serial_write(h, data.data(), data.size()), uint32_t(data.size()));
+    module.join();
+    EXPECT_EQ(got, data);
+    serial_close(h);
+}
+
+TEST(SerialPort, HungUpLineReadsAndWritesNothing) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    close(pty.master);
+    pty.master = -1;
+    const uint8_t data[] = {1, 2, 3};
+    EXPECT_EQ(serial_write(h, data, sizeof data), 0u);
+    uint8_t buf[8];
+    EXPECT_EQ(serial_read(h, buf, sizeof buf, 100), 0u);
+    EXPECT_EQ(serial_read_until(h, buf, sizeof buf, 100), 0u);
+    EXPECT_EQ(serial_close(h), 0);
+}
+
+TEST(SerialPort, FlushDropsPendingInput) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 115200);
+    ASSERT_TRUE(is_open(h));
+    write_str(pty.master, "stale junk");
+    ASSERT_TRUE(wait_input(h, 2000));
+    EXPECT_EQ(serial_flush(h), 0);
+    uint8_t buf[32];
+    EXPECT_EQ(serial_read(h, buf, sizeof buf, 200), 0u);
+    // Fresh data after the purge still comes through.
+    write_str(pty.master, "fresh");
+    uint32_t n = serial_read(h, buf, sizeof buf, 2000);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(buf), n), "fresh");
+    serial_close(h);
+}
+
+TEST(SerialPort, ChangeBaudRateOnAnOpenPort) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    uint64_t h = serial_open(pty.name, 9600);
+    ASSERT_TRUE(is_open(h));
+    EXPECT_EQ(serial_change_br(h, 115200), 0);
+#if defined(__linux__)
+    unsigned got = 0;
+    ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+    EXPECT_EQ(got, 115200u);
+#endif
+    EXPECT_EQ(serial_change_br(h, 250000), 0);
+#if defined(__linux__)
+    ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+    EXPECT_EQ(got, 250000u);
+#endif
+    EXPECT_EQ(serial_change_br(h, 921600), 0);
+#if defined(__linux__)
+    ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+    EXPECT_EQ(got, 921600u);
+#endif
+    termios r{};
+    ASSERT_EQ(tcgetattr(int(h), &r), 0);
+    EXPECT_EQ(r.c_cflag & CSIZE, tcflag_t(CS8));
+    EXPECT_EQ(r.c_cflag & (PARENB | CSTOPB), 0u);
+    // Still a working line.
+    write_str(pty.master, "after");
+    char buf[16] = {0};
+    uint32_t n = serial_read(h, buf, sizeof buf, 2000);
+    EXPECT_EQ(std::string(buf, n), "after");
+    serial_close(h);
+}
+
+TEST(SerialPort, ChangeBaudRateOnAClosedHandleFails) {
+    EXPECT_EQ(serial_change_br(SERIAL_INVALID_HANDLE, 115200), -1);
+}
+
+TEST(SerialPort, EvenParityFollowsWhatTheDeviceAccepts) {
+    // A pseudo-terminal has no wire: depending on the kernel it either takes
+    // the parity setting (and stays 8N1 anyway) or refuses it. Ask it first,
+    // then hold the layer to the matching outcome.
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    termios probe{};
+    ASSERT_EQ(tcgetattr(pty.slave, &probe), 0);
+    probe.c_cflag |= PARENB;
+    probe.c_cflag &= ~tcflag_t(PARODD);
+    const bool accepted = tcsetattr(pty.slave, TCSANOW, &probe) == 0;
+
+    uint64_t h = serial_open(pty.name, 250000);
+    ASSERT_TRUE(is_open(h));
+    testing::internal::CaptureStdout();
+    int rc = serial_CfgEvenParity(h);
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
+    if (accepted) {
+        EXPECT_EQ(rc, 0);
+        EXPECT_EQ(out, "");
+#if defined(__linux__)
+        unsigned got = 0;
+        ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+        EXPECT_EQ(got, 250000u);
+#endif
+        write_str(pty.master, "even");
+        char buf[16] = {0};
+        uint32_t n = serial_read(h, buf, sizeof buf, 2000);
+        EXPECT_EQ(std::string(buf, n), "even");
+        EXPECT_EQ(serial_change_br(h, 115200), 0);
+        serial_close(h);
+    } else {
+        EXPECT_EQ(rc, -1);
+        EXPECT_EQ(out, "[sss.mmm][ERROR] Unable to set serial port configuration\n");
+        // The failure closed the port: the descriptor is gone and the
+        // device can be opened again.
+        errno = 0;
+        EXPECT_EQ(fcntl(int(h), F_GETFD), -1);
+        EXPECT_EQ(errno, EBADF);
+        uint64_t again = serial_open(pty.name, 115200);
+        EXPECT_TRUE(is_open(again));
+        serial_close(again);
+    }
+}
+
+TEST(SerialPort, EvenParityFailureReportsAndCloses) {
+    testing::internal::CaptureStdout();
+    int rc = serial_CfgEvenParity(SERIAL_INVALID_HANDLE);
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
+    EXPECT_EQ(rc, -1);
+    EXPECT_EQ(out, "[sss.mmm][ERROR] Unable to obtain serial port configuration\n");
+
+    // A descriptor whose settings cannot be read: the message, and the
+    // handle is closed.
+    int fd = open("/dev/null", O_RDWR);
+    ASSERT_GE(fd, 3);
+    testing::internal::CaptureStdout();
+    rc = serial_CfgEvenParity(uint64_t(fd));
+    out = mask_stamps(testing::internal::GetCapturedStdout());
+    EXPECT_EQ(rc, -1);
+    EXPECT_EQ(out, "[sss.mmm][ERROR] Unable to obtain serial port configuration\n");
+    errno = 0;
+    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST(SerialPort, LineControlWithNullHandleOnlyStores) {
+    // With a pseudo-terminal on descriptor 0 any ioctl there would be refused,
+    // so success proves the null handle touched no descriptor.
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    int saved = dup(0);
+    ASSERT_GE(saved, 0);
+    dup2(pty.slave, 0);
+    int rts = serial_CfgRTS(0, 1);
+    int dtr = serial_CfgDTR(0, 1);
+    int rts0 = serial_CfgRTS(0, 0);
+    int dtr0 = serial_CfgDTR(0, 0);
+    dup2(saved, 0);
+    close(saved);
+    EXPECT_EQ(rts, 1);
+    EXPECT_EQ(dtr, 1);
+    EXPECT_EQ(rts0, 1);
+    EXPECT_EQ(dtr0, 1);
+    EXPECT_EQ(Vk_Uart_ConfigDtrRts(1, 1), 0);
+    EXPECT_EQ(Vk_Uart_ConfigDtrRts(0, 0), 0);
+}
+
+TEST(SerialPort, PseudoTerminalRefusesLineControlButStillOpens) {
+    Pty pty;
+    ASSERT_TRUE(pty.ok());
+    // Levels pending: the open applies them, the pty refuses, the open stands.
+    Vk_Uart_ConfigDtrRts(1, 1);
+    uint64_t h = serial_open(pty.name, 115200);
+    Vk_Uart_ConfigDtrRts(0, 0);
+    ASSERT_TRUE(is_open(h));
+    EXPECT_EQ(serial_CfgRTS(h, 1), 0);
+    EXPECT_EQ(serial_CfgRTS(h, 0), 0);
+    EXPECT_EQ(serial_CfgDTR(h, 1), 0);
+    EXPECT_EQ(serial_CfgDTR(h, 0), 0);
+    write_str(pty.master, "alive");
+    char buf[16] = {0};
+    uint32_t n = serial_read(h, buf, sizeof buf, 2000);
+    EXPECT_EQ(std::string(buf, n), "alive");
+    EXPECT_EQ(serial_close(h), 0);
+}
+
+TEST(SerialPort, CloseOfAnInvalidHandleReturnsZero) {
+    EXPECT_EQ(serial_close(SERIAL_INVALID_HANDLE), 0);
+}
+
+// The trace switch cannot be turned off again, so the trace is checked in a
+// child process to keep it away from every other test's output.
+namespace {
+
+int g_trace_failures = 0;
+
+void expect_text(const std::string &what, const std::string &got, const std::string &want) {
+    if (got != want) {
+        ++g_trace_failures;
+        fprintf(stderr, "%s:\n  got:  [%s]\n  want: [%s]\n", what.c_str(), got.c_str(), want.c_str());
+    }
+}
+
+void run_trace_checks() {
+    Pty pty;
+    if (!pty.ok()) _exit(2);
+    uint64_t h = serial_open(pty.name, 115200);
+    if (!is_open(h)) _exit(3);
+    serial_enable_debug();
+    uint8_t buf[64];
+
+    testing::internal::CaptureStdout();
+    uint32_t n = serial_read(h, buf, sizeof buf, 100);
+    expect_text("silent read", mask_stamps(testing::internal::GetCapturedStdout()),
+                "[sss.mmm][DEBUG] recv to module -- < ,ret:0\n");
+    if (n != 0) ++g_trace_failures;
+
+    const uint8_t three[] = {0x01, 0xAB, 0xff};
+    write_all_fd(pty.master, three, 3);
+    testing::internal::CaptureStdout();
+    n = serial_read(h, buf, sizeof buf, 2000);
+    expect_text("read", mask_stamps(testing::internal::GetCapturedStdout()),
+                "[sss.mmm][DEBUG] recv to module -- < 01 AB FF ,ret:3\n");
+    if (n != 3) ++g_trace_failures;
+
+    write_all_fd(pty.master, three, 3);
+    testing::internal::CaptureStdout();
+    n = serial_read_until(h, buf, 3, 2000);
+    expect_text("read until", mask_stamps(testing::internal::GetCapturedStdout()),
+                "[sss.mmm][DEBUG] recv to module -- < 01 ab ff ,ret:3\n");
+    if (n != 3) ++g_trace_failures;
+
+    testing::internal::CaptureStdout();
+    n = serial_write(h, three, 3);
+    expect_text("write", mask_stamps(testing::internal::GetCapturedStdout()),
+                "[sss.mmm][DEBUG] send to module -- < 01 ab ff \n");
+    if (n != 3 || read_master(pty.master, 3) != std::vector<uint8_t>(three, three + 3)) ++g_trace_failures;
+
+    // 32 bytes are traced, 33 are not, in either direction.
+    std::vector<uint8_t> d32(32, 0x5A), d33(33, 0x5A);
+    std::string row32;
+    for (int i = 0; i < 32; ++i) row32 += "5a ";
+    testing::internal::CaptureStdout();
+    serial_write(h, d32.data(), d32.size());
+    expect_text("write 32", mask_stamps(testing::internal::GetCapturedStdout()),
+                "[sss.mmm][DEBUG] send to module -- < " + row32 + "\n");
+    read_master(pty.master, 32);
+
+    testing::internal::CaptureStdout();
+    n = serial_write(h, d33.data(), d33.size());
+    expect_text("write 33", testing::internal::GetCapturedStdout(), "");
+    if (n != 33) ++g_trace_failures;
+    read_master(pty.master, 33);
+
+    write_all_fd(pty.master, d33.data(), d33.size());
+    if (!wait_input(h, 2000)) ++g_trace_failures;
+    testing::internal::CaptureStdout();
+    n = serial_read_until(h, buf, 33, 2000);
+    expect_text("read 33", testing::internal::GetCapturedStdout(), "");
+    if (n != 33) ++g_trace_failures;
+
+    // Single-byte writes are not traced.
+    testing::internal::CaptureStdout();
+    serial_write_byte(h, 0x06);
+    expect_text("write byte", testing::internal::GetCapturedStdout(), "");
+
+    serial_close(h);
+    fflush(stderr);
+    _exit(g_trace_failures == 0 ? 0 : 1);
+}
+
+}  // namespace
+
+TEST(SerialTrace, ShortTransfersAreTracedExactly) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(run_trace_checks(), testing::ExitedWithCode(0), "");
+}
+
+#endif  // !_WIN32

@@ -1,0 +1,83 @@
+#include "toolkit/reply.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/log.h"
+#include "serial/serial.h"
+
+const char *Vk_FindText(const char *buf, uint32_t len, const char *needle) {
+    size_t n = strlen(needle);
+    if (n == 0) return buf;
+    if (n > len) return nullptr;
+    for (uint32_t i = 0; i + n <= len; ++i)
+        if (buf[i] == needle[0] && memcmp(buf + i, needle, n) == 0) return buf + i;
+    return nullptr;
+}
+
+bool Vk_ContainsText(const char *buf, uint32_t len, const char *needle) {
+    return Vk_FindText(buf, len, needle) != nullptr;
+}
+
+int Vk_ProcessSerialData(char *buf, uint32_t *len, char *carry, uint32_t *carry_len,
+                         uint32_t buf_size, uint32_t carry_size) {
+    if (*carry_len > 0) {
+        if (*len + *carry_len > buf_size) return 0;
+        memmove(buf + *carry_len, buf, *len);
+        memcpy(buf, carry, *carry_len);
+        *len += *carry_len;
+        *carry_len = 0;
+    }
+    if (*len > 0 && buf[*len - 1] != '\n') {
+        const char *last = nullptr;
+        for (uint32_t i = *len; i > 0; --i) {
+            if (buf[i - 1] == '$') {
+                last = buf + i - 1;
+                break;
+            }
+        }
+        if (last != nullptr) {
+            uint32_t tail = uint32_t(buf + *len - last);
+            if (tail > carry_size) return 0;
+            memcpy(carry, last, tail);
+            *carry_len = tail;
+            *len -= tail;
+        }
+    }
+    if (*len < buf_size) buf[*len] = '\0';
+    return 1;
+}
+
+uint32_t Vk_WaitReply(uint64_t handle, const char *expected, VkReplyCheck check,
+                      const VkReplyWait *how) {
+    uint32_t result = how->initial;
+    // One byte more than a slice reads keeps the text NUL-terminated.
+    char *buf = static_cast<char *>(malloc(VK_REPLY_BUFFER + 1));
+    if (buf == nullptr) {
+        perror("malloc");
+        return how->no_memory;
+    }
+    char carry[VK_REPLY_CARRY];
+    uint32_t carry_len = 0;
+    uint64_t start = Vk_ClockGetTimeMs();
+    uint64_t elapsed = 0;
+    for (;;) {
+        memset(buf, 0, VK_REPLY_BUFFER + 1);
+        uint32_t n = serial_read(handle, buf, VK_REPLY_BUFFER, VK_REPLY_SLICE_MS);
+        if (n == 0) {
+            result = how->nothing_read;
+        } else {
+            if (how->join_partial)
+                Vk_ProcessSerialData(buf, &n, carry, &carry_len, VK_REPLY_BUFFER, VK_REPLY_CARRY);
+            if (how->echo) {
+                printf("[%llu] %s\n", (unsigned long long)Vk_ClockGetTimeMs(), buf);
+                fflush(stdout);
+            }
+            result = check(buf, n, expected, result);
+        }
+        if (result == 0 || Vk_CalculateElapsedTime(start, how->timeout_ms, &elapsed)) break;
+    }
+    free(buf);
+    return result;
+}
