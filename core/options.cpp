@@ -165,6 +165,32 @@ uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *
     return VK_OK;
 }
 
+uint32_t vk_parse_file_list(const char *text, const VkOptionRules *rules, VkOptions *out) {
+    copy_text(out->file_text, text, sizeof out->file_text - 1);
+    vk_log("[INFO] all file: %s\n", out->file_text);
+    uint32_t commas = Vk_CountSpecChar(out->file_text, ',');
+    if (commas > VK_MAX_FILES - 1) {
+        vk_log("[ERROR] Invalid filepath format, comma count: %d\n", int(commas));
+        return VK_ERR_PARAM;
+    }
+    if (commas == 0) vk_log(" Only one epo file need to inject\n");
+    const char *cursor = out->file_text;
+    for (uint32_t i = 0; i <= commas; ++i) {
+        size_t len = 0;
+        const char *field = next_field(&cursor, &len);
+        if (field == nullptr) {
+            if (rules->file_missing_index)
+                vk_log("[ERROR] Invalid filepath, missing field at index %d\n", int(i + 1));
+            else
+                vk_log("[ERROR] Invalid filepath, missing field\n");
+            return VK_ERR_PARAM;
+        }
+        copy_field(out->files[i], field, len, sizeof out->files[i] - 1);
+    }
+    out->file_count = int(commas + 1);
+    return VK_OK;
+}
+
 uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkOptions *out) {
     memset(out, 0, sizeof *out);
     uint32_t module_keep = rules->module_keep ? rules->module_keep : 63;
@@ -188,6 +214,10 @@ uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkO
                 break;
             case 'f':
                 if (!value) break;
+                if (rules->file_list) {
+                    ret = vk_parse_file_list(value, rules, out);
+                    break;
+                }
                 copy_text(out->file, value, sizeof out->file - 1);
                 vk_log("[INFO] File: %s\n", out->file);
                 break;

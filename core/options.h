@@ -35,11 +35,17 @@ struct VkPosAid {
     char acc[18];
 };
 
+enum { VK_MAX_FILES = 3 };
+
 struct VkOptions {
     char module[64];
     char port[100];
     int baud;
     char file[256];
+    // -f as a list of up to three comma-separated paths (backends that take one)
+    char file_text[772];
+    int file_count;
+    char files[VK_MAX_FILES][257];
     int start_way;  // 0 NONE, 1 HOT, 2 WARM, 3 COLD (or as the backend's names say); -1 invalid
     int clear;
     VkTimeAid time;
@@ -61,6 +67,8 @@ struct VkOptionRules {
     const char *time_error_word;       // "time" unless a backend words its time errors otherwise
     bool skip_double_comma_check;      // backends that catch ",," only as a missing field
     bool log_each_option;              // "[DEBUG] Option -%c with argument: %s\n"
+    bool file_list;                    // -f takes up to three comma-separated paths
+    bool file_missing_index;           // a missing path is reported with its index
 };
 
 // Parses argv with the backend's rules into *out (zeroed first).
@@ -71,6 +79,7 @@ uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkO
 uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAid *pos);
 uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *time);
 int vk_parse_start_way(const char *text, const VkOptionRules *rules);
+uint32_t vk_parse_file_list(const char *text, const VkOptionRules *rules, VkOptions *out);
 
 // Port given, baud rate non-zero, start way valid, time type 0 or 1.
 bool vk_options_complete(const VkOptions *opts);

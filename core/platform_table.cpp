@@ -1,6 +1,8 @@
 #include "core/platform.h"
 
+#include "ag33xx/ag33xx.h"
 #include "dw2207b/dw2207b.h"
+#include "rz610mxxxx/rz610mxxxx.h"
 
 // Model names: each platform's first name is the platform's own name, the
 // rest are numbered variants. Entries of platforms not served yet are null,
@@ -21,9 +23,9 @@ const VkPlatform g_vk_platforms[VK_PLATFORM_COUNT] = {
       "AG33XX-18", "AG33XX-19", "AG33XX-20", "AG33XX-21", "AG33XX-22", "AG33XX-23",
       "AG33XX-24", "AG33XX-25", "AG33XX-26", "AG33XX-27", "AG33XX-28", "AG33XX-29",
       "AG33XX-30", "AG33XX-31", "AG33XX-32"},
-     nullptr,
-     nullptr,
-     nullptr},
+     AG33XX_AgnssOnline,
+     AG33XX_AgnssOffline,
+     AG33XX_AgnssGetFileInfo},
     {"STA8100",
      {"STA8100", "STA8100-01", "STA8100-02", "STA8100-03", "STA8100-04", "STA8100-05",
       "STA8100-06", "STA8100-07", "STA8100-08", "STA8100-09", "STA8100-10", "STA8100-11",
@@ -35,8 +37,8 @@ const VkPlatform g_vk_platforms[VK_PLATFORM_COUNT] = {
      nullptr},
     {"RZ610MXXXX",
      {"RZ610MXXXX"},
-     nullptr,
-     nullptr,
+     RZ610MXXXX_AgnssOnline,
+     RZ610MXXXX_AgnssOffline,
      nullptr},
     {"MJ7XXX",
      {"MJ7XXX", "MJ7XXX-01"},

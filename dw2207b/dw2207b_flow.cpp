@@ -12,7 +12,9 @@ const VkOptionRules kRules = {
     nullptr,     // the common "Pos Enable" line
     nullptr,     // no -c
     nullptr,     // time errors in the words of time
-    false,
+    false,       // ",," is refused
+    false,       // options not logged one by one
+    false,       // one file
     false,
 };
 

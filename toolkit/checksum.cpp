@@ -107,7 +107,8 @@ uint16_t Vk_CRC16_Calc(const uint8_t *data, uint32_t len) {
     if (data == nullptr) return crc;
     // The length is taken as signed: a value of 2^31 or more processes nothing.
     int32_t remaining = int32_t(len);
-    while (remaining-- >= 1) {
+    while (remaining >= 1) {
+        --remaining;
         crc = uint16_t((kCrc16.v[((crc >> 8) ^ *data++) & 0xFFu] ^ uint32_t(crc << 8)) & 0xFFFFu);
     }
     return crc;

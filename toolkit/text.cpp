@@ -83,23 +83,28 @@ void Vk_PrintfAgnssInfo(const VkAgnssInfo *info) {
         strcpy(type, "INVALID");
     }
 
-    const uint64_t start = info->start_gps_s;
-    const uint64_t end = info->end_gps_s;
+    vk_print_epo_summary("INFO", true, type, info->file_size, info->segment_count,
+                         info->valid_days, info->start_gps_s, info->end_gps_s);
+}
 
+void vk_print_epo_summary(const char *level, bool flush, const char *type_text, uint32_t file_size,
+                          uint32_t segment_count, float valid_days, uint64_t start, uint64_t end) {
+#define SUMMARY_LINE(...) (flush ? vk_log(__VA_ARGS__) : vk_log_noflush(__VA_ARGS__))
     // No leap seconds on purpose: the file's own GPS seconds, read as UTC.
     VkDateTime start_utc{};
     VkDateTime end_utc{};
     vk_unix_to_utc(int64_t(start) + VK_GPS_EPOCH_UNIX, &start_utc);
     vk_unix_to_utc(int64_t(end) + VK_GPS_EPOCH_UNIX, &end_utc);
 
-    vk_log("[INFO] [EPO INFO] Type: %s\r\n", type);
-    vk_log("[INFO] [EPO INFO] File Size: %d\r\n", int(info->file_size));
-    vk_log("[INFO] [EPO INFO] Segment: %d\r\n", int(info->segment_count));
-    vk_log("[INFO] [EPO INFO] Valid Days: %.2f\r\n", double(info->valid_days));
-    vk_log("[INFO] [EPO INFO] GPST: (Week %ld Tow %ld)~(Week %ld Tow %ld)\r\n",
-           long(start / VK_SECONDS_PER_WEEK), long(start % VK_SECONDS_PER_WEEK),
-           long(end / VK_SECONDS_PER_WEEK), long(end % VK_SECONDS_PER_WEEK));
-    vk_log("[INFO] [EPO INFO] UTC: (%04d-%02d-%02d %02d:00:00)~(%04d-%02d-%02d %02d:00:00)\n",
-           start_utc.year, start_utc.month, start_utc.day, start_utc.hour, end_utc.year,
-           end_utc.month, end_utc.day, end_utc.hour);
+    SUMMARY_LINE("[%s] [EPO INFO] Type: %s\r\n", level, type_text);
+    SUMMARY_LINE("[%s] [EPO INFO] File Size: %d\r\n", level, int(file_size));
+    SUMMARY_LINE("[%s] [EPO INFO] Segment: %d\r\n", level, int(segment_count));
+    SUMMARY_LINE("[%s] [EPO INFO] Valid Days: %.2f\r\n", level, double(valid_days));
+    SUMMARY_LINE("[%s] [EPO INFO] GPST: (Week %ld Tow %ld)~(Week %ld Tow %ld)\r\n", level,
+                 long(start / VK_SECONDS_PER_WEEK), long(start % VK_SECONDS_PER_WEEK),
+                 long(end / VK_SECONDS_PER_WEEK), long(end % VK_SECONDS_PER_WEEK));
+    SUMMARY_LINE("[%s] [EPO INFO] UTC: (%04d-%02d-%02d %02d:00:00)~(%04d-%02d-%02d %02d:00:00)\n", level,
+                 start_utc.year, start_utc.month, start_utc.day, start_utc.hour, end_utc.year,
+                 end_utc.month, end_utc.day, end_utc.hour);
+#undef SUMMARY_LINE
 }

@@ -21,3 +21,7 @@ uint32_t Vk_CountSpecChar(const char *text, uint8_t c);
 // dir and name must each hold strlen(path) + 1 bytes.
 void Vk_SplitFilenameAndPath(const char *path, char *dir, char *name);
 void Vk_PrintfAgnssInfo(const VkAgnssInfo *info);
+// The six "[EPO INFO]" lines at a level ("INFO", "DEBUG"), each flushed or not.
+void vk_print_epo_summary(const char *level, bool flush, const char *type_text, uint32_t file_size,
+                          uint32_t segment_count, float valid_days, uint64_t start_gps_s,
+                          uint64_t end_gps_s);

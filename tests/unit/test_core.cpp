@@ -32,7 +32,7 @@ struct Args {
 };
 
 const VkOptionRules kCommon = {"m:o:p:b:f::b:s::u::l::R:T:", nullptr, 0, 0, nullptr, nullptr,
-                               nullptr, false, false};
+                               nullptr, false, false, false, false};
 
 }  // namespace
 

@@ -1,0 +1,377 @@
+// EPO file transfer: binary frames (offline) and record sentences (online).
+#include <cstdio>
+#include <cstring>
+
+#include "core/log.h"
+#include "epo/epo.h"
+#include "serial/serial.h"
+#include "toolkit/checksum.h"
+
+namespace {
+
+enum { BIN_BEGIN = 0, BIN_DATA = 1, BIN_END = 2 };
+
+bool type_in(int32_t type, const int32_t *types, int count) {
+    for (int i = 0; i < count; ++i)
+        if (types[i] == type) return true;
+    return false;
+}
+
+long file_size_of(FILE *f) {
+    fseek(f, 0, SEEK_END);
+    long size = ftell(f);
+    fseek(f, 0, SEEK_SET);
+    return size;
+}
+
+float percent(uint32_t sent, uint32_t total) {
+    return float(100.0f * float(sent) / float(total));
+}
+
+void print_progress(float p) { vk_log("[PROGRESS] %.2f%%\r\n", double(p)); }
+
+// Frames one record and sends it; prints nothing.
+uint32_t send_data_frame(uint64_t port, const uint8_t *record, uint32_t len) {
+    uint8_t frame[EPO_FRAME_CAPACITY];
+    uint32_t frame_len = EPO_FRAME_CAPACITY;
+    uint16_t id = epo_msg_id(BIN_DATA);
+    uint32_t ret = epo_package_frame(id, record, len, frame, &frame_len);
+    if (ret != 0) return ret;
+    return epo_send_frame(port, frame, frame_len, id);
+}
+
+uint32_t send_marker(uint64_t port, const char *letter, uint32_t len, int bin_type) {
+    uint8_t payload[2] = {uint8_t(letter[0]), 0};
+    return epo_send_begin_end(port, payload, len, bin_type);
+}
+
+// The offline GPS+GLONASS file: every GPS half-segment between "G" markers,
+// then every GLONASS half-segment between "R" markers.
+uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t size, int32_t days) {
+    const int segments = 4 * days;
+    const uint32_t gps_total = uint32_t(days) * 4 * EPO_GPS_SEGMENT;
+    uint8_t rec[EPO_RECORD_SIZE];
+    uint32_t sent = 0;
+    uint32_t result = 0;
+    bool switched = false;
+
+    for (int i = 0; i < segments && !switched; ++i) {
+        if (i == 0 && (result = send_marker(port, "G", 1, BIN_BEGIN)) != 0) return result;
+        fseek(f, long(i) * EPO_GR_SEGMENT, SEEK_SET);
+        bool last_ok = false;
+        for (int r = 0; r < 32; ++r) {
+            size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
+            if (n == 0) {
+                vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+                return EPO_ERR_READ;
+            }
+            result = send_data_frame(port, rec, uint32_t(n));
+            if (result != 0) {
+                vk_log("[ERROR] send %s failed\n", name);
+                last_ok = false;
+                break;  // the rest of this segment is abandoned
+            }
+            sent += uint32_t(n);
+            last_ok = true;
+            print_progress(percent(sent, size));
+        }
+        if (last_ok && sent == gps_total) {
+            if ((result = send_marker(port, "G", 1, BIN_END)) != 0) return result;
+            switched = true;
+        }
+    }
+    // One round only: a GPS half that did not go out whole ends the file with
+    // the failure that cut it short, rather than starting the round again.
+    if (!switched) return result != 0 ? result : EPO_ERR_READ;
+
+    for (int i = 0; i < segments; ++i) {
+        if (i == 0 && (result = send_marker(port, "R", 1, BIN_BEGIN)) != 0) return result;
+        fseek(f, long((i + 1) * 32 + i * 24) * EPO_RECORD_SIZE, SEEK_SET);
+        for (int r = 0; r < 24; ++r) {
+            size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
+            if (n == 0) {
+                vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+                return EPO_ERR_READ;
+            }
+            result = send_data_frame(port, rec, uint32_t(n));
+            if (result != 0) {
+                vk_log("[ERROR] send %s failed\n", name);
+                break;  // abandon this segment; the pass goes on with the next
+            }
+            sent += uint32_t(n);
+            float p = percent(sent, size);
+            if (p == 100.0f && (result = send_marker(port, "R", 1, BIN_END)) != 0) return result;
+            print_progress(p);
+        }
+    }
+    return result;
+}
+
+// The offline single-system file: records between two markers of its letter.
+uint32_t send_single_offline(const EpoDialect *d, uint64_t port, FILE *f, const char *name,
+                             int32_t type, uint32_t size) {
+    uint8_t list[EPO_MAX_SATS];
+    int count = 0;
+    uint32_t header = 0;
+    uint32_t ret = epo_read_sv_list(d, f, type, list, EPO_MAX_SATS, &count, &header);
+    if (ret != 0) {
+        vk_log("[ERROR] get svid failed,err:[0X%X]", ret);
+        return ret;
+    }
+    char letter[4];
+    if (epo_system_letter(d, type, letter, sizeof letter) != 0) return EPO_ERR_FRAME;
+    const uint32_t total = size - header;
+    if ((ret = send_marker(port, letter, 2, BIN_BEGIN)) != 0) {
+        vk_log("[ERROR] send %s failed,err:[0X%X]", name, ret);
+        return ret;
+    }
+    uint8_t rec[EPO_RECORD_SIZE];
+    uint32_t sent = 0;
+    for (;;) {
+        size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
+        if (n == 0) {
+            vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+            return EPO_ERR_READ;
+        }
+        if ((ret = send_data_frame(port, rec, uint32_t(n))) != 0) {
+            vk_log("[ERROR] send %s failed\n", name);
+            return ret;
+        }
+        sent += uint32_t(n);
+        // The end marker goes out only when the single-precision quotient is
+        // exactly 100; where rounding falls short the loop still ends below.
+        float p = percent(sent, total);
+        if (p == 100.0f && (ret = send_marker(port, letter, 2, BIN_END)) != 0) {
+            vk_log("[ERROR] send %s failed,err:[0X%X]", name, ret);
+            return ret;
+        }
+        print_progress(p);
+        if (feof(f) || sent == total) return 0;
+    }
+}
+
+}  // namespace
+
+uint16_t epo_msg_id(int bin_type) {
+    switch (bin_type) {
+        case BIN_BEGIN: return 1200;
+        case BIN_DATA: return 1201;
+        default: return 1202;
+    }
+}
+
+uint32_t epo_package_frame(uint16_t msg_id, const uint8_t *payload, uint32_t len, uint8_t *out,
+                           uint32_t *inout_len) {
+    if (payload == nullptr || inout_len == nullptr || *inout_len < 1 || out == nullptr || len == 0) {
+        vk_log("[ERROR] Para is invalid\n");
+        return VK_ERR_PARAM;
+    }
+    if (!(len + 8 < *inout_len)) {
+        vk_log("[ERROR] MsgTotalLen[%u] is not enough\n", *inout_len);
+        return VK_ERR_PARAM;
+    }
+    out[0] = 0x04;
+    out[1] = 0x24;
+    out[2] = uint8_t(msg_id & 0xFF);
+    out[3] = uint8_t(msg_id >> 8);
+    out[4] = uint8_t(len & 0xFF);
+    out[5] = uint8_t(len >> 8);
+    memcpy(out + 6, payload, len);
+    out[6 + len] = Vk_Check_XOR(out + 2, len + 4);
+    out[7 + len] = 0xAA;
+    out[8 + len] = 0x44;
+    *inout_len = len + 9;
+    return 0;
+}
+
+uint32_t epo_wait_bin_ack(uint64_t port, uint8_t *reply, uint16_t msg_id) {
+    // 04 24 | E8 03 | 04 00 | id (as sent) | 00 00 | checksum | AA 44
+    const int expected[13] = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, msg_id & 0xFF, msg_id >> 8,
+                              0x00, 0x00, -1,   0xAA, 0x44};
+    printf("[%llu] ", (unsigned long long)Vk_ClockGetTimeMs());
+    uint32_t result = VK_ERR_NO_REPLY;
+    int state = 0;
+    uint64_t start = Vk_ClockGetTimeMs();
+    uint64_t elapsed = 0;
+    while (!Vk_CalculateElapsedTime(start, 5000, &elapsed)) {
+        uint8_t b = 0;
+        if (serial_read(port, &b, 1, 20) != 1) continue;
+        if (state < 0 || state > 12) {
+            result = VK_ERR_COMMAND;
+            break;
+        }
+        if (expected[state] != -1 && b != expected[state]) {
+            // Text before the frame is the receiver's own output: show it.
+            // Inside the frame a wrong byte is skipped and the state kept.
+            if (state == 0) putchar(b);
+            continue;
+        }
+        printf("%02X", b);
+        reply[state] = b;
+        if (++state == 13) {
+            result = 0;
+            break;
+        }
+    }
+    printf("\n");
+    fflush(stdout);
+    return result;
+}
+
+uint32_t epo_send_frame(uint64_t port, const uint8_t *frame, uint32_t len, uint16_t msg_id) {
+    uint32_t sent = serial_write(port, frame, len);
+    if (sent < len) {
+        vk_log("[ERROR] uart send failed,actual_send:%d,len:%d\n", int(sent), int(len));
+        return EPO_ERR_WRITE_RECORD;
+    }
+    uint8_t reply[16];
+    return epo_wait_bin_ack(port, reply, msg_id);
+}
+
+uint32_t epo_send_begin_end(uint64_t port, const uint8_t *payload, uint32_t len, int bin_type) {
+    uint8_t frame[EPO_FRAME_CAPACITY];
+    uint32_t frame_len = EPO_FRAME_CAPACITY;
+    uint16_t id = epo_msg_id(bin_type);
+    if (epo_package_frame(id, payload, len, frame, &frame_len) != 0) return EPO_ERR_FRAME;
+    uint32_t ret = epo_send_frame(port, frame, frame_len, id);
+    if (ret != 0) {
+        vk_log("[ERROR] send failed,err:[0X%X]", ret);
+        return EPO_ERR_FRAME;
+    }
+    return 0;
+}
+
+uint32_t epo_read_sv_list(const EpoDialect *d, FILE *f, int32_t type, uint8_t *list, int size,
+                          int *count, uint32_t *header_bytes) {
+    *count = 0;
+    *header_bytes = 0;
+    if (type_in(type, d->header_types, d->header_type_count)) {
+        uint8_t header[EPO_RECORD_SIZE];
+        size_t n = fread(header, 1, EPO_RECORD_SIZE, f);
+        if (n == 0) {
+            vk_log("[ERROR] data_head_len = %d,is wrong\n", 0);
+            return EPO_ERR_FRAME;
+        }
+        char hex[2 * EPO_RECORD_SIZE + 1];
+        Vk_HexGroupToString(hex, header, uint16_t(n));
+        epo_parse_header(hex, list, size, count);
+        *header_bytes = EPO_RECORD_SIZE;
+        return 0;
+    }
+    int plain = 32;
+    for (int i = 0; i < d->plain_list_count; ++i)
+        if (d->plain_lists[i].type == type) plain = d->plain_lists[i].value;
+    for (int i = 0; i < plain && i < size; ++i) list[i] = uint8_t(i + 1);
+    *count = plain < size ? plain : size;
+    return 0;
+}
+
+uint32_t epo_send_file_offline(const EpoDialect *d, uint64_t port, const char *path) {
+    size_t path_len = strlen(path) + 1;
+    char dir[1024], name[1024];
+    if (path_len > sizeof dir) return VK_ERR_PARAM;
+    Vk_SplitFilenameAndPath(path, dir, name);
+    int32_t days = 0;
+    int32_t type = epo_offline_type(d, name, &days);
+    if (type == -1) {
+        vk_log("[ERROR] Invalid file name [%s]\r\n", name);
+        return VK_ERR_PARAM;
+    }
+    EpoInfo info;
+    epo_decode_file(&info, path);
+    epo_print_info(&info);
+    epo_set_type(info.type);
+
+    FILE *f = fopen(path, "rb");
+    if (f == nullptr) {
+        perror("fopen");
+        return EPO_ERR_OPEN;
+    }
+    uint32_t size = uint32_t(file_size_of(f));
+    vk_log("[INFO] Sending %s to module ...\n", name);
+    print_progress(0.0f);
+    uint32_t ret = type_in(type, d->pair_types, d->pair_type_count)
+                       ? send_pair_offline(port, f, name, size, days)
+                       : send_single_offline(d, port, f, name, type, size);
+    if (ret == 0) vk_log("[INFO] send %s OK\n", name);
+    fclose(f);
+    return ret;
+}
+
+uint32_t epo_send_file_online(const EpoDialect *d, uint64_t port, const char *path) {
+    size_t path_len = strlen(path) + 1;
+    char dir[1024], name[1024];
+    if (path_len > sizeof dir) return VK_ERR_PARAM;
+    Vk_SplitFilenameAndPath(path, dir, name);
+    int32_t type = epo_online_type(d, name);
+    if (type == -1) {
+        vk_log("[ERROR] Invalid file name [%s]\r\n", name);
+        return VK_ERR_PARAM;
+    }
+    EpoInfo info;
+    epo_decode_file(&info, path);
+    epo_print_info(&info);
+    epo_set_type(info.type);
+    int32_t mode = epo_mode_of_type(d, type);
+    if (mode == -1) return VK_ERR_COMMAND;
+
+    FILE *f = fopen(path, "rb");
+    if (f == nullptr) {
+        perror("fopen");
+        return EPO_ERR_OPEN;
+    }
+    uint32_t size = uint32_t(file_size_of(f));
+    vk_log("[INFO] Sending %s to module ...\n", name);
+    print_progress(0.0f);
+    uint8_t rec[EPO_RECORD_SIZE];
+    uint32_t sent = 0;
+    uint32_t ret = 0;
+
+    if (type_in(type, d->pair_types, d->pair_type_count)) {
+        // Only the first segment goes out: 32 GPS records, then 24 GLONASS.
+        const int counts[2] = {32, 24};
+        const int modes[2] = {mode & d->pair_gps_mask, mode & d->pair_glo_mask};
+        for (int half = 0; half < 2 && ret == 0; ++half) {
+            for (int r = 0; r < counts[half]; ++r) {
+                size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
+                if (n == 0) {
+                    vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+                    ret = EPO_ERR_READ;
+                    break;
+                }
+                if ((ret = epo_send_record(d, port, rec, modes[half], r + 1)) != 0) {
+                    vk_log("[ERROR] send %s failed\n", name);
+                    break;
+                }
+                sent += uint32_t(n);
+                print_progress(percent(sent, size));
+            }
+        }
+    } else {
+        uint8_t list[EPO_MAX_SATS];
+        int count = 0;
+        uint32_t header = 0;
+        ret = epo_read_sv_list(d, f, type, list, EPO_MAX_SATS, &count, &header);
+        if (ret != 0) ret = EPO_ERR_READ;
+        const uint32_t total = size - header;
+        for (uint32_t i = 0; ret == 0; ++i) {
+            size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
+            if (n == 0) {
+                vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+                ret = EPO_ERR_READ;
+                break;
+            }
+            int expected = count > 0 ? list[i % uint32_t(count)] : 0;
+            if ((ret = epo_send_record(d, port, rec, mode, expected)) != 0) {
+                vk_log("[ERROR] send %s failed", name);
+                break;
+            }
+            sent += uint32_t(n);
+            print_progress(percent(sent, total));
+            if (feof(f) || sent == total) break;
+        }
+    }
+    fclose(f);
+    if (ret == 0) vk_log("[INFO] send %s OK\n", name);
+    return ret;
+}

@@ -1,0 +1,87 @@
+#include "rz610mxxxx/rz610mxxxx.h"
+
+#include <cstdio>
+
+#include "toolkit/reply.h"
+
+namespace {
+
+// "ELPO_GAL_3.DAT" reads its day count eight characters after the match,
+// where "_3.DAT" stands, and so gets 0 days; kept as the receiver's tools do.
+const EpoNameRule kOfflineNames[] = {
+    {"EPO_GPS_3_", 0, 3},          {"ELPO_GPS_3.DAT", 0, 3},      {"EPO_BDS_3.DAT", 3, 3},
+    {"ELPO_BDS_3.DAT", 3, 3},      {"EPO_GR_3_", 1, 3},           {"ELPO_GR3_", 1, 3},
+    {"EPO_GAL_", 2, -1},           {"ELPO_GAL_3.DAT", 2, -1},     {"ELPO_GLO_3.DAT", 4, 3},
+    {"ELPO_GPS_07days.DAT", 0, 7}, {"ELPO_GLO_07days.DAT", 4, 7}, {"ELPO_GAL_07days.DAT", 2, 7},
+    {"ELPO_BD_07days.DAT", 3, 7},  {"ELPO_QZSS_3.DAT", 5, 3},     {"ELPO_QZSS_07days.DAT", 5, 7}};
+const EpoNameRule kOnlineNames[] = {
+    {"VGPS.DAT", 0, 0},       {"VBD2.DAT", 3, 0},       {"VGA.DAT", 2, 0},
+    {"VG_R.DAT", 1, 0},       {"VELPO_GPS.DAT", 10, 0}, {"VELPO_GLO.DAT", 11, 0},
+    {"VELPO_GAL.DAT", 12, 0}, {"VELPO_BDS.DAT", 13, 0}, {"VELPO_QZSS.DAT", 14, 0},
+    {"VELPO_GR.DAT", 15, 0}};
+const EpoLetter kLetters[] = {{0, "G"}, {2, "E"}, {3, "C"}, {4, "R"}, {5, "J"}};
+const EpoTypeValue kPlainLists[] = {{4, 24}, {5, 7}, {11, 24}, {14, 7}};
+const int32_t kHeaderTypes[] = {2, 3, 12, 13};
+const int32_t kPairTypes[] = {1, 15};
+const EpoTypeValue kStatusSystems[] = {{0, 1}, {1, 1}, {2, 3}, {3, 4}};
+const VkStartWayName kStartWays[] = {
+    {"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}, {"FULLCOLD", 3}};
+
+const char kPosEnable[] = "[INFO] Pos Enable:%d,Lat:%s,Lon:%s,Altitude:%s,Accuracy:%s\n";
+const char kClear[] = "[INFO] Need to clear eph in flash\n";
+
+void time_body(char *out, size_t size, const int *t, const VkTimeAid *time) {
+    // Time from the computer's clock carries no leap-second value: -1.
+    int leap = time->type == 0 ? time->leap : -1;
+    snprintf(out, size, "%s,%d,%d,%d,%d,%d,%d,%d,%d,%d,%.0d,%d", "$PVNKAIDTIME", 1, leap, t[0],
+             t[1], t[2], t[3], t[4], t[5], 0, 0, 0);
+}
+
+void pos_body(char *out, size_t size, double lat, double lon, double alt) {
+    snprintf(out, size, "%s,%d,%0.6f,%0.6f,%0.1f,%0.1f", "$PVNKAIDPOS", 1, lat, lon, alt, 0.0);
+}
+
+void record_body(char *out, size_t size, int mode, int prn, const uint8_t *rec) {
+    int n = snprintf(out, size, "%s,%d,%d", "$PVNKEPO", mode, prn);
+    for (int w = 0; w < 18 && n > 0 && size_t(n) < size; ++w) {
+        const uint8_t *p = rec + 4 * w;
+        unsigned word = unsigned(p[0]) | unsigned(p[1]) << 8 | unsigned(p[2]) << 16 |
+                        unsigned(p[3]) << 24;
+        n += snprintf(out + n, size - size_t(n), ",%08X", word);
+    }
+}
+
+}  // namespace
+
+// Type -> mode; modes are 1-based system numbers: 1 GPS, 2 GLONASS, 3 Galileo,
+// 4 BeiDou, 5 QZSS. GPS+GLONASS (1 and 15) is 3: bit 0 the GPS records' mode,
+// bit 1 the GLONASS records'. That it shares 3 with Galileo is kept.
+const EpoTypeValue RZ610MXXXX_EpoInfoTable[20] = {
+    {0, 1}, {1, 3}, {2, 3}, {3, 4}, {10, 1}, {11, 2}, {12, 3}, {13, 4}, {14, 5}, {15, 3}, {-1, 0}};
+
+const EpoDialect RZ610MXXXX_Dialect = {
+    "RZ610MXXXX",
+    kOfflineNames, 15, kOnlineNames, 10, RZ610MXXXX_EpoInfoTable, 11, kLetters, 5,
+    true,   // PRN rule keyed by mode
+    true,   // a record whose PRN is not the expected satellite is not sent
+    kPlainLists, 4, kHeaderTypes, 4, kPairTypes, 2,
+    1, 2,   // GPS records with mode & 1, GLONASS records with mode & 2
+    kStatusSystems, 4,
+    {nullptr, "$PVNKHOT", "$PVNKWARM", "$PVNKCOLD", nullptr},
+    "[INFO] send cmd:%s\n", "[INFO] send cmd: %s\n", "GGA",
+    "$PVNKAIDTIME", "$PVNKAIDPOS", "$PVNKEPOCLR", " cmd: %s\n", "$PVNKEPOGETSTATUS", false,
+    "$PVNKEPO",
+    "[DEBUG] lat: %0.6f,lon: %0.6f,altitude:%0.6f\n",
+    time_body, pos_body, record_body, epo_check_pvnk_ack, epo_check_pvnk_report,
+    true,
+    "[INFO] enter RZ610MXXXX AgnssOnline\n",
+    "[INFO] enter RZ610MXXXX Agnss Offline\n",
+    {"m:o:p:b:f::s::u::l::R:T:", kStartWays, 5, 15, kPosEnable, nullptr, nullptr, true, true, true,
+     false},
+    {"m:o:p:b:f::b:s::cu::l::R:T:", kStartWays, 5, 9, kPosEnable, kClear, "location", true, false,
+     true, false},
+    "-m RZ610Mxxxx -f firmware -p COM1 -b 115200",
+    "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline",
+};
+
+EPO_DEFINE_NAMES(RZ610MXXXX, RZ610MXXXX_Dialect)
