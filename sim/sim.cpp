@@ -49,6 +49,7 @@ constexpr int64_t kDrainMaxUs = 10000000;     // sim_stop: a writer that never p
 constexpr int64_t kWriteStallUs = 2000000;    // give up a reply nobody reads
 constexpr int64_t kWriteStallStopUs = 100000; // ... sooner once stopping
 constexpr char kNoise[] = "#noise";           // repeated; no '$', no CR/LF
+constexpr size_t kChatterBytes = 16;
 
 int64_t now_us() {
     return std::chrono::duration_cast<std::chrono::microseconds>(
@@ -316,12 +317,27 @@ bool process(Sim *s, const uint8_t *chunk, size_t n) {
     return true;
 }
 
+// Unasked noise, written once if the line takes it; never waits.
+void chatter(Sim *s) {
+    std::string out;
+    size_t pos = 0;
+    append_noise(&out, kChatterBytes, &pos);
+    ssize_t w = write(s->master, out.data(), out.size());
+    (void)w;
+}
+
 void run(Sim *s) {
     uint8_t buf[4096];
     int64_t stop_seen_us = 0;
     int64_t last_input_us = 0;
+    int64_t chatter_us = int64_t(s->cfg.faults.chatter_ms) * 1000;
+    int64_t next_chatter_us = now_us() + chatter_us;
     for (;;) {
         int64_t now = now_us();
+        if (chatter_us > 0 && now >= next_chatter_us && !s->hung_up.load()) {
+            chatter(s);
+            next_chatter_us = now + chatter_us;
+        }
         bool stopping = s->stop.load();
         if (stopping) {
             if (stop_seen_us == 0) stop_seen_us = now;

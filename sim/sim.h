@@ -39,6 +39,11 @@ struct SimFaults {
                                       // The master and the sim's slave descriptor are closed
                                       // right after frame N: the tool's next write fails, and
                                       // bytes that came after frame N are not recorded.
+    uint32_t chatter_ms = 0;      // 0: off; else 16 noise bytes every chatter_ms, unasked, as a
+                                  // module's periodic output (so that every read the tool
+                                  // makes brings data). Best effort: dropped when the line is
+                                  // full; paused while an answer is delayed or written; not
+                                  // activity for sim_settle/sim_idle; silent does not stop it.
 };
 
 struct SimConfig {

@@ -41,9 +41,11 @@ const char kUsage[] =
     "  --delay MS               pause before each reply\n"
     "  --pace BAUD              take and give one byte per 10 bit times of BAUD\n"
     "  --stop-after N           answer the first N commands only\n"
+    "  --chatter MS             send 16 noise bytes every MS unasked\n"
     "  --close-after-frames N   hang up after N binary frames (N >= 1)\n"
     "  --exit-after-idle MS     exit once a client has sent something and the\n"
-    "                           line has then been quiet for MS\n"
+    "                           line has then been quiet for MS (chatter does\n"
+    "                           not count; pick MS above the tool's longest wait)\n"
     "  --verbose                log received units and answers to stderr\n"
     "  --help                   show this text\n";
 
@@ -126,6 +128,9 @@ int main(int argc, char **argv) {
         } else if (opt == "--pace") {
             if (!take_u32(&n) || n == 0) return usage_error("%s needs a baud rate", opt.c_str());
             cfg.faults.pace_baud = n;
+        } else if (opt == "--chatter") {
+            if (!take_u32(&n) || n == 0) return usage_error("%s needs milliseconds", opt.c_str());
+            cfg.faults.chatter_ms = n;
         } else if (opt == "--stop-after") {
             if (!take_u32(&n) || n > 0x7FFFFFFF) return usage_error("%s needs a number", opt.c_str());
             cfg.faults.stop_after = int32_t(n);

@@ -12,7 +12,7 @@
 
 #include "serial/serial.h"
 #include "sim/sim.h"
-#include "tests/e2e/harness.h"
+#include "tests/support/harness.h"
 #include "tools/rtcm_gen.h"
 
 namespace {
@@ -664,5 +664,50 @@ TEST_F(Dw2207bE2E, SixtyThreeCharacterStringsAreAccepted) {
     EXPECT_NE(mask(r.out).find("[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,PosAcc:"
                                "55555555555555555[SSS.mmm]"),
               std::string::npos);
+    EXPECT_EQ(r.status, 0);
+}
+
+// A receiver that keeps talking fills every read of the wait, so a wait that
+// never sees "$OK*04" ends with "command failed" rather than "no reply".
+TEST_F(Dw2207bE2E, ChattyReceiverThatRefusesGivesCommandFailure) {
+    SimFaults f;
+    f.refuse = true;
+    f.chatter_ms = 50;
+    start(f);
+    std::string path = rtcm_file(RtcmGenConfig());
+    ToolRun r = run_tool(args({"-sWARM", "-f" + path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$RESET,0,h01")}));
+    EXPECT_TRUE(rec.frames.empty());
+    EXPECT_EQ(out_of(r), head() + "[SSS.mmm][INFO] Start way:WARM\n" +
+                             "[SSS.mmm][INFO] File: " + path + "\n" + kOpen +
+                             "[SSS.mmm] Start cmd:" + nmea("$RESET,0,h01") +
+                             "[SSS.mmm][INFO] DW2207B Send StartWay ret: 0x107\n" +
+                             "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x107]\n");
+    EXPECT_EQ(r.status, 0x17);
+}
+
+TEST_F(Dw2207bE2E, ChattyReceiverAnsweringOnlyNoiseGivesCommandFailure) {
+    SimFaults f;
+    f.garbage_only = true;
+    f.chatter_ms = 50;
+    start(f);
+    ToolRun r = run_tool(args({"-u0,2026-01-08-09:59:17,18,10"}));
+    SimRecord rec = finish();
+    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$AIDTIME,2026,1,8,9,59,17,0")}));
+    EXPECT_NE(out_of(r).find("[SSS.mmm][INFO] DW2207B Send Time ret: 0x107\n"
+                             "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x107]\n"),
+              std::string::npos);
+    EXPECT_EQ(r.status, 0x17);
+}
+
+TEST_F(Dw2207bE2E, ChattyHealthyReceiverIsUnderstood) {
+    SimFaults f;
+    f.chatter_ms = 20;
+    start(f);
+    ToolRun r = run_tool(args({"-sHOT", "-l31.5,121.25,10,5"}));
+    SimRecord rec = finish();
+    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$RESET,0,h00"),
+                                                        nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
     EXPECT_EQ(r.status, 0);
 }

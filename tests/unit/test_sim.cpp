@@ -408,6 +408,29 @@ TEST(Sim, SettleWaitsForADelayedReply) {
     EXPECT_EQ(read_n(rig.port, kOk.size(), 1000), kOk);
 }
 
+TEST(Sim, ChatterKeepsTheLineBusyWithNoiseAndAnswersStillCome) {
+    SimFaults f;
+    f.chatter_ms = 30;
+    Rig rig(f);
+    REQUIRE_RIG(rig);
+    // Unasked: noise only, in 16-byte pieces, never a '$'.
+    std::string noise = read_n(rig.port, 48, 5000);
+    ASSERT_EQ(noise.size(), 48u);
+    EXPECT_EQ(noise, "#noise#noise#noi#noise#noise#noi#noise#noise#noi");
+    ASSERT_TRUE(write_all(rig.port, nmea("$RESET,0,h00")));
+    // The answer comes whole between noise pieces.
+    std::string got;
+    auto end = Clock::now() + std::chrono::seconds(5);
+    while (got.find(kOk) == std::string::npos && Clock::now() < end) got += read_n(rig.port, 1, 100);
+    EXPECT_NE(got.find(kOk), std::string::npos) << got;
+    EXPECT_EQ(got.find('$'), got.find(kOk));
+    // Chatter is not activity: settling still ends with the command recorded.
+    SimRecord rec = rig.settle();
+    EXPECT_EQ(rec.sentences.size(), 1u);
+    EXPECT_EQ(rec.replies, 1u);
+    EXPECT_TRUE(sim_idle(rig.sim, 100));
+}
+
 TEST(Sim, StopAfterAnswersOnlyTheFirstCommands) {
     SimFaults f;
     f.stop_after = 2;

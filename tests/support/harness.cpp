@@ -1,4 +1,4 @@
-#include "tests/e2e/harness.h"
+#include "tests/support/harness.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -18,7 +18,7 @@ const char kBanner[] =
     "[SSS.mmm][INFO] V1.1.1 <date> <time>\n"
     "[SSS.mmm][INFO] Enter agnss tool\n";
 
-ToolRun run_tool(const std::vector<std::string> &args) {
+ToolRun run_program(const char *path, const std::vector<std::string> &args) {
     ToolRun run;
     int out_pipe[2], err_pipe[2];
     if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0) return run;
@@ -31,10 +31,10 @@ ToolRun run_tool(const std::vector<std::string> &args) {
         close(out_pipe[0]);
         close(err_pipe[0]);
         std::vector<char *> argv;
-        argv.push_back(const_cast<char *>(VKAGNSS_BIN));
+        argv.push_back(const_cast<char *>(path));
         for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
         argv.push_back(nullptr);
-        execv(VKAGNSS_BIN, argv.data());
+        execv(path, argv.data());
         _exit(127);
     }
     close(out_pipe[1]);
@@ -69,7 +69,9 @@ ToolRun run_tool(const std::vector<std::string> &args) {
 std::string mask(const std::string &out) {
     static const std::regex stamp(R"(\[\d{3,}\.\d{3}\])");
     static const std::regex banner(R"(V1\.1\.1 [A-Z][a-z]{2} [ 123]\d \d{4} \d{2}:\d{2}:\d{2}\n)");
+    static const std::regex clock(R"(\[\d+\] )");
     std::string s = std::regex_replace(out, stamp, "[SSS.mmm]");
+    s = std::regex_replace(s, clock, "[CLOCK] ");
     return std::regex_replace(s, banner, "V1.1.1 <date> <time>\n",
                               std::regex_constants::format_first_only);
 }

@@ -11,11 +11,17 @@ struct ToolRun {
     int status = -1;   // exit status (or 128 + signal)
 };
 
-// Runs VKAGNSS_BIN with args (argv[0] is added) and waits for it.
-ToolRun run_tool(const std::vector<std::string> &args);
+// Runs the program at path with args (argv[0] is added) and waits for it.
+ToolRun run_program(const char *path, const std::vector<std::string> &args);
 
-// Replaces every "[ddd.ddd]" stamp by "[SSS.mmm]" and the banner's build date
-// and time by "<date> <time>" (after checking their form).
+#ifdef VKAGNSS_BIN
+// Runs the vkagnss binary of this build.
+inline ToolRun run_tool(const std::vector<std::string> &args) { return run_program(VKAGNSS_BIN, args); }
+#endif
+
+// Replaces every "[ddd.ddd]" stamp by "[SSS.mmm]", every "[<ms clock>] " of
+// an echoed reply by "[CLOCK] ", and the banner's build date and time by
+// "<date> <time>" (after checking their form).
 std::string mask(const std::string &out);
 
 // Fresh temporary directory for one test, removed by remove_tree.
