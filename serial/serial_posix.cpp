@@ -4,6 +4,7 @@
 // "null handle" of the line-control routines. The descriptor is kept
 // non-blocking; every wait is a poll() with an explicit deadline.
 #include "serial/serial.h"
+#include "serial/serial_common.h"
 
 #include "core/log.h"
 
@@ -25,11 +26,6 @@
 
 namespace {
 
-// Levels applied by the next serial_open; set through the null handle.
-int dtr_state = 0;
-int rts_state = 0;
-// Hex trace of short transfers (serial_enable_debug).
-int g_trace = 0;
 
 struct BaudEntry {
     uint32_t baud;
@@ -231,20 +227,6 @@ uint32_t read_port(uint64_t handle, uint8_t *buf, uint32_t len, uint32_t timeout
     return got;
 }
 
-void trace_read(const uint8_t *buf, uint32_t count, const char *byte_fmt) {
-    if (!g_trace || count > 32) return;
-    vk_log_noflush("[DEBUG] recv to module -- < ");
-    for (uint32_t i = 0; i < count; ++i) printf(byte_fmt, buf[i]);
-    printf(",ret:%d\n", int(count));
-}
-
-void trace_write(const uint8_t *buf, uint32_t count) {
-    if (!g_trace || count > 32) return;
-    vk_log_noflush("[DEBUG] send to module -- < ");
-    for (uint32_t i = 0; i < count; ++i) printf("%02x ", buf[i]);
-    printf("\n");
-}
-
 uint32_t write_port(uint64_t handle, const uint8_t *buf, uint32_t len) {
     int fd = -1;
     if (!handle_fd(handle, &fd) || buf == nullptr) return 0;
@@ -340,8 +322,8 @@ uint64_t serial_open(const char *name, uint32_t baud) {
     // same. Moving RTS from a lone DTR call would be the field's side effect
     // without its purpose, and RTS often drives a module's reset or boot pin.
     // A pseudo-terminal refuses both ioctls; the port is still usable.
-    serial_CfgDTR(uint64_t(fd), uint32_t(dtr_state));
-    serial_CfgRTS(uint64_t(fd), uint32_t(rts_state));
+    serial_CfgDTR(uint64_t(fd), uint32_t(g_serial_dtr_state));
+    serial_CfgRTS(uint64_t(fd), uint32_t(g_serial_rts_state));
     return uint64_t(fd);
 }
 
@@ -359,21 +341,21 @@ int serial_close(uint64_t handle) {
 uint32_t serial_read(uint64_t handle, void *buf, uint64_t len, uint32_t timeout_ms) {
     uint8_t *p = static_cast<uint8_t *>(buf);
     uint32_t n = read_port(handle, p, uint32_t(len), timeout_ms, true);
-    trace_read(p, n, "%02X ");
+    serial_trace_read(p, n, true);
     return n;
 }
 
 uint32_t serial_read_until(uint64_t handle, void *buf, uint64_t len, uint32_t timeout_ms) {
     uint8_t *p = static_cast<uint8_t *>(buf);
     uint32_t n = read_port(handle, p, uint32_t(len), timeout_ms, false);
-    trace_read(p, n, "%02x ");
+    serial_trace_read(p, n, false);
     return n;
 }
 
 uint32_t serial_write(uint64_t handle, const void *buf, uint64_t len) {
     const uint8_t *p = static_cast<const uint8_t *>(buf);
     uint32_t n = write_port(handle, p, uint32_t(len));
-    trace_write(p, n);
+    serial_trace_write(p, n);
     return n;
 }
 
@@ -428,7 +410,7 @@ int serial_CfgEvenParity(uint64_t handle) {
 
 int serial_CfgRTS(uint64_t handle, uint32_t level) {
     if (handle == 0) {
-        rts_state = int(level);
+        g_serial_rts_state = int(level);
         return 1;
     }
     return set_modem_line(handle, TIOCM_RTS, level) ? 1 : 0;
@@ -436,20 +418,11 @@ int serial_CfgRTS(uint64_t handle, uint32_t level) {
 
 int serial_CfgDTR(uint64_t handle, uint32_t level) {
     if (handle == 0) {
-        dtr_state = int(level);
+        g_serial_dtr_state = int(level);
         return 1;
     }
     // DTR only; see serial_open for how this maps the Win32 routine.
     return set_modem_line(handle, TIOCM_DTR, level) ? 1 : 0;
 }
 
-int serial_enable_debug() {
-    g_trace = 1;
-    return 0;
-}
 
-int Vk_Uart_ConfigDtrRts(uint32_t dtr, uint32_t rts) {
-    serial_CfgDTR(0, dtr);
-    serial_CfgRTS(0, rts);
-    return 0;
-}

@@ -4,6 +4,7 @@
 // port (CreateFileA reports failure as INVALID_HANDLE_VALUE, never NULL), so
 // it serves as the null handle of the line-control routines.
 #include "serial/serial.h"
+#include "serial/serial_common.h"
 
 #include "core/log.h"
 
@@ -15,28 +16,9 @@
 
 namespace {
 
-// Levels applied by the next serial_open; set through the null handle.
-int dtr_state = 0;
-int rts_state = 0;
-// Hex trace of short transfers (serial_enable_debug).
-int g_trace = 0;
 
 HANDLE to_handle(uint64_t handle) {
     return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(handle));
-}
-
-void trace_read(const uint8_t *buf, uint32_t count, const char *byte_fmt) {
-    if (!g_trace || count > 32) return;
-    vk_log_noflush("[DEBUG] recv to module -- < ");
-    for (uint32_t i = 0; i < count; ++i) printf(byte_fmt, buf[i]);
-    printf(",ret:%d\n", int(count));
-}
-
-void trace_write(const uint8_t *buf, uint32_t count) {
-    if (!g_trace || count > 32) return;
-    vk_log_noflush("[DEBUG] send to module -- < ");
-    for (uint32_t i = 0; i < count; ++i) printf("%02x ", buf[i]);
-    printf("\n");
 }
 
 // One blocking read under the given read time-outs; the count delivered is
@@ -81,8 +63,8 @@ uint64_t serial_open(const char *name, uint32_t baud) {
     // DTR first: both routines write the RTS-control field, and the RTS
     // routine must have the last word on it.
     uint64_t handle = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(h));
-    serial_CfgDTR(handle, uint32_t(dtr_state));
-    serial_CfgRTS(handle, uint32_t(rts_state));
+    serial_CfgDTR(handle, uint32_t(g_serial_dtr_state));
+    serial_CfgRTS(handle, uint32_t(g_serial_rts_state));
     return handle;
 }
 
@@ -95,21 +77,21 @@ uint32_t serial_read(uint64_t handle, void *buf, uint64_t len, uint32_t timeout_
     // Interval 1 ms: the read returns once the line falls quiet after the
     // first byte, or after timeout_ms with nothing.
     uint32_t n = read_with_timeouts(handle, buf, len, 1, timeout_ms);
-    trace_read(static_cast<const uint8_t *>(buf), n, "%02X ");
+    serial_trace_read(static_cast<const uint8_t *>(buf), n, true);
     return n;
 }
 
 uint32_t serial_read_until(uint64_t handle, void *buf, uint64_t len, uint32_t timeout_ms) {
     // No interval time-out: wait for len bytes or the total time-out.
     uint32_t n = read_with_timeouts(handle, buf, len, 0, timeout_ms);
-    trace_read(static_cast<const uint8_t *>(buf), n, "%02x ");
+    serial_trace_read(static_cast<const uint8_t *>(buf), n, false);
     return n;
 }
 
 uint32_t serial_write(uint64_t handle, const void *buf, uint64_t len) {
     DWORD done = 0;
     WriteFile(to_handle(handle), buf, DWORD(len), &done, nullptr);
-    trace_write(static_cast<const uint8_t *>(buf), uint32_t(done));
+    serial_trace_write(static_cast<const uint8_t *>(buf), uint32_t(done));
     return uint32_t(done);
 }
 
@@ -157,13 +139,14 @@ int serial_CfgEvenParity(uint64_t handle) {
     return 0;
 }
 
-int serial_CfgRTS(uint64_t handle, uint32_t level) {
-    if (handle == 0) {
-        rts_state = int(level);
-        return 1;
-    }
+namespace {
+
+// Raises or lowers one line, then writes the RTS-control field of the control
+// block from the level. Both routines write that field, deliberately: the open
+// calls the DTR routine first, so the RTS routine has the last word on it.
+int set_line(uint64_t handle, DWORD raise, DWORD lower, uint32_t level) {
     HANDLE h = to_handle(handle);
-    EscapeCommFunction(h, level != 0 ? SETRTS : CLRRTS);
+    EscapeCommFunction(h, level != 0 ? raise : lower);
     DCB dcb;
     std::memset(&dcb, 0, sizeof dcb);
     dcb.DCBlength = sizeof dcb;
@@ -171,33 +154,24 @@ int serial_CfgRTS(uint64_t handle, uint32_t level) {
     dcb.fRtsControl = level != 0 ? RTS_CONTROL_ENABLE : RTS_CONTROL_DISABLE;
     if (!SetCommState(h, &dcb)) return 0;
     return 1;
+}
+
+}  // namespace
+
+int serial_CfgRTS(uint64_t handle, uint32_t level) {
+    if (handle == 0) {
+        g_serial_rts_state = int(level);
+        return 1;
+    }
+    return set_line(handle, SETRTS, CLRRTS, level);
 }
 
 int serial_CfgDTR(uint64_t handle, uint32_t level) {
     if (handle == 0) {
-        dtr_state = int(level);
+        g_serial_dtr_state = int(level);
         return 1;
     }
-    HANDLE h = to_handle(handle);
-    EscapeCommFunction(h, level != 0 ? SETDTR : CLRDTR);
-    DCB dcb;
-    std::memset(&dcb, 0, sizeof dcb);
-    dcb.DCBlength = sizeof dcb;
-    if (!GetCommState(h, &dcb)) return 0;
-    // The RTS-control field, deliberately, not the DTR-control one: the open
-    // calls this routine before serial_CfgRTS, which then settles the field.
-    dcb.fRtsControl = level != 0 ? RTS_CONTROL_ENABLE : RTS_CONTROL_DISABLE;
-    if (!SetCommState(h, &dcb)) return 0;
-    return 1;
+    return set_line(handle, SETDTR, CLRDTR, level);
 }
 
-int serial_enable_debug() {
-    g_trace = 1;
-    return 0;
-}
 
-int Vk_Uart_ConfigDtrRts(uint32_t dtr, uint32_t rts) {
-    serial_CfgDTR(0, dtr);
-    serial_CfgRTS(0, rts);
-    return 0;
-}

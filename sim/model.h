@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+struct SimRecord;
+
 enum class SimUnitKind {
     Sentence,  // a text command ("$...\r\n") or a damaged start of one
     Frame,     // a binary frame or record
@@ -26,6 +28,8 @@ struct SimUnit {
     std::string reply;           // a healthy receiver's answer (empty: none)
     std::string refusal;         // its answer when it refuses (empty: none)
     std::string describe;        // one line for the verbose log, no line end
+    bool transfer = false;       // a record sentence of a data transfer: counts with the
+                                 // binary frames for close_after_frames
 };
 
 struct SimModel {
@@ -36,9 +40,18 @@ struct SimModel {
     // completes a unit. Starting a unit never completes one, so one byte
     // completes at most one unit.
     bool (*feed)(void *state, uint8_t byte, SimUnit *unit);
+    // Optional (null: the model keeps no memory of what it took). Called once
+    // for every unit feed completed, before its answer goes out, with the
+    // record locked: refused is true when the sim answers with the refusal
+    // (refuse faults). A model that stores what it is sent (records, clears)
+    // applies the unit here, only when it is not refused, and adds its own
+    // fields to the record.
+    void (*commit)(void *state, const SimUnit &unit, bool refused, SimRecord *rec) = nullptr;
 };
 
 extern const SimModel sim_model_dw2207b;
+extern const SimModel sim_model_ag33xx;
+extern const SimModel sim_model_rz610mxxxx;
 
 // The model of a platform (case-insensitive), or null.
 const SimModel *sim_find_model(const std::string &platform);

@@ -16,6 +16,7 @@
 
 #include "sim/sim.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -49,6 +50,8 @@ constexpr int64_t kDrainMaxUs = 10000000;     // sim_stop: a writer that never p
 constexpr int64_t kWriteStallUs = 2000000;    // give up a reply nobody reads
 constexpr int64_t kWriteStallStopUs = 100000; // ... sooner once stopping
 constexpr char kNoise[] = "#noise";           // repeated; no '$', no CR/LF
+// Noise before binary answers: receiver text behind a stray 0x04.
+constexpr char kBinaryNoise[] = "\x04$GNTXT,01,01,02,noise*2D\r\n";
 constexpr size_t kChatterBytes = 16;
 
 int64_t now_us() {
@@ -95,7 +98,7 @@ std::string escaped(const uint8_t *p, size_t n) {
 }  // namespace
 
 const SimModel *sim_find_model(const std::string &platform) {
-    static const SimModel *const models[] = {&sim_model_dw2207b};
+    static const SimModel *const models[] = {&sim_model_dw2207b, &sim_model_ag33xx, &sim_model_rz610mxxxx};
     std::string want = lower(platform);
     for (const SimModel *m : models) {
         if (want == m->name) return m;
@@ -127,7 +130,12 @@ struct Sim {
 
     // Receiver thread only.
     uint32_t answered = 0;     // commands answered (stop_after)
-    uint32_t frames_seen = 0;  // complete binary frames, good or bad (close_after_frames)
+    uint32_t frames_seen = 0;  // complete binary frames, good or bad, and record sentences
+                               // (close_after_frames)
+    uint32_t numbered = 0;     // answered units so far: the number of the next (refuse_only)
+    std::string repeat_out;    // the last answer, while it is being repeated (repeat_ms)
+    int64_t next_repeat_us = 0;
+    bool quiet_write = false;  // writing a repeat: not activity for sim_idle
     double byte_us = 0;        // pacing: time of one byte (10 bit times); 0 unpaced
     size_t pace_chunk = 0;     // pacing: bytes per read/write slice
     int64_t in_next_us = 0;    // pacing: earliest time of the next read
@@ -184,7 +192,7 @@ bool write_all(Sim *s, const uint8_t *data, size_t len) {
         if (w > 0) {
             done += size_t(w);
             last_progress = now_us();
-            touch(s);
+            if (!s->quiet_write) touch(s);
             continue;
         }
         if (w < 0 && errno == EINTR) continue;
@@ -219,10 +227,26 @@ void append_noise(std::string *out, size_t n, size_t *pos) {
     for (size_t i = 0; i < n; ++i, ++*pos) *out += kNoise[*pos % period];
 }
 
-void answer(Sim *s, const SimUnit &u) {
+// Binary noise: kBinaryNoise repeated and cut to n bytes.
+void append_binary_noise(std::string *out, size_t n, size_t *pos) {
+    const size_t period = sizeof kBinaryNoise - 1;
+    for (size_t i = 0; i < n; ++i, ++*pos) *out += kBinaryNoise[*pos % period];
+}
+
+// Whether the faults turn the answer of unit `number` into the refusal.
+bool refused_by_faults(const SimFaults &f, const SimUnit &u, uint32_t number) {
+    if (f.refuse) return true;
+    if (f.refuse_only >= 0 && number == uint32_t(f.refuse_only)) return true;
+    if (std::find(f.refuse_units.begin(), f.refuse_units.end(), number) != f.refuse_units.end()) return true;
+    const std::string &pre = f.refuse_prefix;
+    return !pre.empty() && u.bytes.size() >= pre.size() && std::equal(pre.begin(), pre.end(), u.bytes.begin());
+}
+
+void answer(Sim *s, const SimUnit &u, bool refused) {
     const SimFaults &f = s->cfg.faults;
-    const std::string &text = f.refuse ? u.refusal : u.reply;
+    const std::string &text = refused ? u.refusal : u.reply;
     if (text.empty()) return;  // this unit is never answered
+    const bool is_refusal = !u.refusal.empty() && text == u.refusal;
     if (f.silent) {
         vlog(s, "silent: no answer");
         return;
@@ -235,9 +259,11 @@ void answer(Sim *s, const SimUnit &u) {
 
     std::string out;
     size_t noise_pos = 0;
-    append_noise(&out, f.garbage_bytes, &noise_pos);
+    void (*noise)(std::string *, size_t, size_t *) =
+        u.kind == SimUnitKind::Frame ? append_binary_noise : append_noise;
+    noise(&out, f.garbage_bytes, &noise_pos);
     if (f.garbage_only) {
-        append_noise(&out, text.size(), &noise_pos);
+        noise(&out, text.size(), &noise_pos);
     } else {
         out += text;
     }
@@ -261,8 +287,32 @@ void answer(Sim *s, const SimUnit &u) {
     {
         std::lock_guard<std::mutex> lock(s->rec_mu);
         ++s->rec.replies;
+        if (is_refusal) ++s->rec.refusals;
     }
     vlog(s, "answer %s", escaped(p, out.size()).c_str());
+    if (f.repeat_ms > 0) {
+        s->repeat_out = out;
+        s->next_repeat_us = now_us() + int64_t(f.repeat_ms) * 1000;
+    }
+}
+
+// Writes the last answer again when its time has come (repeat_ms).
+void repeat_answer(Sim *s) {
+    if (s->repeat_out.empty() || s->stop.load() || now_us() < s->next_repeat_us) return;
+    s->quiet_write = true;
+    const uint8_t *p = reinterpret_cast<const uint8_t *>(s->repeat_out.data());
+    bool ok = write_paced(s, p, s->repeat_out.size());
+    s->quiet_write = false;
+    if (!ok) {
+        vlog(s, "repeat dropped (line not read)");
+        s->repeat_out.clear();
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(s->rec_mu);
+        ++s->rec.repeats;
+    }
+    s->next_repeat_us = now_us() + int64_t(s->cfg.faults.repeat_ms) * 1000;
 }
 
 // Appends chunk[from, to) to the raw record.
@@ -275,6 +325,11 @@ void record_raw(Sim *s, const uint8_t *chunk, size_t from, size_t to) {
 void handle_unit(Sim *s, const SimUnit &u) {
     s->busy.store(true);
     vlog(s, "received %s", u.describe.c_str());
+    bool refused = false;
+    if (!u.reply.empty() || !u.refusal.empty()) {
+        refused = refused_by_faults(s->cfg.faults, u, s->numbered);
+        ++s->numbered;
+    }
     {
         std::lock_guard<std::mutex> lock(s->rec_mu);
         if (u.kind == SimUnitKind::Sentence) {
@@ -284,8 +339,9 @@ void handle_unit(Sim *s, const SimUnit &u) {
             if (u.record && u.good) s->rec.frames.push_back(u.bytes);
             if (!u.good) ++s->rec.bad_frames;
         }
+        if (s->model->commit) s->model->commit(s->model_state, u, refused, &s->rec);
     }
-    answer(s, u);
+    answer(s, u, refused);
     touch(s);
     s->busy.store(false);
 }
@@ -302,7 +358,7 @@ bool process(Sim *s, const uint8_t *chunk, size_t n) {
         s->bytes_in.fetch_add(i + 1 - recorded);
         recorded = i + 1;
         handle_unit(s, u);
-        if (u.kind == SimUnitKind::Frame && u.record) {
+        if ((u.kind == SimUnitKind::Frame && u.record) || u.transfer) {
             ++s->frames_seen;
             int32_t limit = s->cfg.faults.close_after_frames;
             if (limit > 0 && s->frames_seen >= uint32_t(limit)) {
@@ -362,7 +418,10 @@ void run(Sim *s) {
         }
         pollfd p{s->master, POLLIN, 0};
         int r = poll(&p, 1, kPollMs);
-        if (r <= 0) continue;
+        if (r <= 0) {
+            repeat_answer(s);
+            continue;
+        }
         if (!(p.revents & POLLIN)) {
             // Hang-up or error on the master (cannot happen while our own slave
             // descriptor is open, but never spin on it).
@@ -377,6 +436,7 @@ void run(Sim *s) {
         }
         last_input_us = now_us();
         touch(s);
+        s->repeat_out.clear();  // the next command has begun: no more repeats
         if (s->byte_us > 0) {
             if (s->in_next_us < last_input_us) s->in_next_us = last_input_us;
             s->in_next_us += int64_t(double(n) * s->byte_us);
@@ -445,6 +505,10 @@ Sim *sim_start(const SimConfig &cfg, std::string *error) {
     }
     if (cfg.faults.close_after_frames == 0) {
         set_error(error, "close_after_frames must be -1 (never) or at least 1");
+        return nullptr;
+    }
+    if (cfg.faults.refuse_only < -1) {
+        set_error(error, "refuse_only must be -1 (none) or a unit number");
         return nullptr;
     }
 

@@ -22,6 +22,18 @@
 // refusal instead of the reply; garbage_only hides whichever was picked.
 // Units a healthy receiver does not answer (RTCM frames, damaged sentences)
 // get nothing under any fault.
+// Before a binary answer (the EPO receivers' frame acknowledgements) the noise
+// is instead "\x04$GNTXT,01,01,02,noise*2D\r\n" repeated and cut to length:
+// receiver text with a stray 0x04 in front, the two bytes a binary matcher
+// waits for first, but never the rest of an acknowledgement.
+//
+// Answered units are numbered from 0 in arrival order: every sentence that
+// reached its line end and every complete binary frame that the platform
+// answers (with its reply or its refusal), good or bad check value alike.
+// Damaged pieces, RTCM frames and sentences of other talkers get no number.
+// A unit is refused (answered with the refusal) when refuse is set, when its
+// number is refuse_only or in refuse_units, or when its bytes start with
+// refuse_prefix.
 struct SimFaults {
     bool silent = false;          // never answer anything
     bool refuse = false;          // answer with the platform's refusal instead of its acceptance
@@ -44,10 +56,19 @@ struct SimFaults {
                                   // makes brings data). Best effort: dropped when the line is
                                   // full; paused while an answer is delayed or written; not
                                   // activity for sim_settle/sim_idle; silent does not stop it.
+    uint32_t repeat_ms = 0;       // 0: off; else after an answer the receiver writes the same
+                                  // bytes (noise included) again every repeat_ms until the next
+                                  // byte arrives from the tool. Repeats are counted in
+                                  // SimRecord::repeats, are not activity for sim_settle/sim_idle
+                                  // and stop once sim_stop is waiting.
+    int32_t refuse_only = -1;     // refuse only the answered unit with this number (-1: none)
+    std::vector<uint32_t> refuse_units;  // refuse the answered units with these numbers
+    std::string refuse_prefix;    // refuse every unit whose bytes start with this (e.g.
+                                  // "$PAIR472", or "\x04\x24\xB1\x04" for EPO data frames)
 };
 
 struct SimConfig {
-    std::string platform;        // "dw2207b" (more platforms add their models)
+    std::string platform;        // "dw2207b", "ag33xx", "rz610mxxxx"
     std::string link_path;       // optional symlink to the slave device
     SimFaults faults;
     bool verbose = false;        // log what it receives and answers to stderr
@@ -61,6 +82,11 @@ struct SimConfig {
 // reached its line feed is in `sentences`, bad ones are also counted in
 // bad_checksums. A sentence cut short by '$', 0xD3 or a binary byte is only
 // counted. RTCM 3 frames are never answered.
+//
+// AG33XX and RZ610MXXXX: see sim/model_ag33xx.cpp, sim/model_rz610mxxxx.cpp
+// and sim/model_epo.h for the sentences, the binary EPO frames and their
+// answers. A unit changes the receiver's memory (the epo_ fields) only when it
+// is taken: a refused record is not kept, a refused clear clears nothing.
 struct SimRecord {
     std::vector<uint8_t> raw;                    // every byte received
     std::vector<std::string> sentences;          // each "$...\r\n" sentence, as received
@@ -68,6 +94,21 @@ struct SimRecord {
     uint32_t bad_checksums = 0;                  // sentences with a wrong or missing checksum
     uint32_t bad_frames = 0;                     // binary frames with a wrong CRC / damaged
     uint32_t replies = 0;                        // replies written
+    uint32_t refusals = 0;                       // of those, replies that were the refusal
+                                                 // (a refuse fault or the receiver's verdict)
+    uint32_t repeats = 0;                        // replies written again (repeat_ms)
+
+    // EPO receivers (ag33xx, rz610mxxxx).
+    std::vector<std::vector<uint8_t>> epo_records;  // each 72-byte record taken, as rebuilt from a
+                                                    // record sentence or a data frame's payload,
+                                                    // in arrival order; a clear does not erase it
+    std::vector<std::string> epo_markers;        // each begin/end frame taken: "begin G", "end G"
+    std::vector<uint32_t> epo_marker_records;    // per marker: records taken since the previous
+                                                 // marker (an "end" entry is its block's size)
+    uint32_t epo_stored = 0;                     // records held now: taken since the last clear
+    uint32_t epo_clears = 0;                     // clear commands taken
+    uint32_t prn_errors = 0;                     // record sentences whose PRN field is not what
+                                                 // the platform's PRN rule makes of the SVID
 };
 
 struct Sim;

@@ -1,0 +1,60 @@
+// The parts of the serial layer that are the same on every OS: device paths
+// (pure string work, built everywhere so both forms can be checked on any
+// host), the pending modem-control levels and the hex trace.
+#include "serial/serial.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "core/log.h"
+#include "serial/serial_common.h"
+
+int g_serial_dtr_state = 0;
+int g_serial_rts_state = 0;
+
+namespace {
+int g_trace = 0;  // set by serial_enable_debug; no option of the tool sets it
+}
+
+void serial_trace_read(const uint8_t *buf, uint32_t count, bool upper) {
+    if (!g_trace || count > 32) return;
+    vk_log_noflush("[DEBUG] recv to module -- < ");
+    for (uint32_t i = 0; i < count; ++i) printf(upper ? "%02X " : "%02x ", buf[i]);
+    printf(",ret:%d\n", int(count));
+}
+
+void serial_trace_write(const uint8_t *buf, uint32_t count) {
+    if (!g_trace || count > 32) return;
+    vk_log_noflush("[DEBUG] send to module -- < ");
+    for (uint32_t i = 0; i < count; ++i) printf("%02x ", buf[i]);
+    printf("\n");
+}
+
+int serial_enable_debug() {
+    g_trace = 1;
+    return 0;
+}
+
+int Vk_Uart_ConfigDtrRts(uint32_t dtr, uint32_t rts) {
+    serial_CfgDTR(0, dtr);
+    serial_CfgRTS(0, rts);
+    return 0;
+}
+
+void serial_posix_device_path(const char *name, char *out, uint64_t out_size) {
+    if (out == nullptr || out_size == 0) return;
+    if (name == nullptr) name = "";
+    // A name with a slash is already a path (/dev/ttyUSB0, /tmp/ttyVK0,
+    // ./link); a bare name such as ttyUSB0 lives under /dev.
+    if (std::strchr(name, '/') != nullptr)
+        std::snprintf(out, size_t(out_size), "%s", name);
+    else
+        std::snprintf(out, size_t(out_size), "/dev/%s", name);
+}
+
+void serial_win32_device_path(const char *name, char out[32]) {
+    if (name == nullptr) name = "";
+    // Device namespace prefix \\.\ (4 characters) leaves room for 27
+    // characters of the name and the terminator; longer names are cut.
+    std::snprintf(out, 32, "\\\\.\\%s", name);
+}
