@@ -53,6 +53,7 @@ uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t si
     uint8_t rec[EPO_RECORD_SIZE];
     uint32_t sent = 0;
     uint32_t result = 0;
+    uint32_t cut_short = 0;  // the failure that kept a GPS segment from going out whole
     bool switched = false;
 
     for (int i = 0; i < segments && !switched; ++i) {
@@ -68,6 +69,7 @@ uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t si
             result = send_data_frame(port, rec, uint32_t(n));
             if (result != 0) {
                 vk_log("[ERROR] send %s failed\n", name);
+                cut_short = result;
                 last_ok = false;
                 break;  // the rest of this segment is abandoned
             }
@@ -82,7 +84,7 @@ uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t si
     }
     // One round only: a GPS half that did not go out whole ends the file with
     // the failure that cut it short, rather than starting the round again.
-    if (!switched) return result != 0 ? result : EPO_ERR_READ;
+    if (!switched) return cut_short != 0 ? cut_short : EPO_ERR_READ;  // or a record came short
 
     for (int i = 0; i < segments; ++i) {
         if (i == 0 && (result = send_marker(port, "R", 1, BIN_BEGIN)) != 0) return result;

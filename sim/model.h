@@ -4,7 +4,9 @@
 // binary frame) and says what a healthy receiver of its platform answers to
 // each. It knows nothing about the pseudo-terminal, the faults or the record:
 // sim.cpp feeds it byte by byte, records the units it reports and writes the
-// answers with the faults applied. A new platform adds one model_<name>.cpp
+// answers with the faults applied (a model with a memory, such as the EPO
+// receivers, also hears through commit which units were taken and fills its
+// own fields of the record). A new platform adds one model_<name>.cpp
 // beside model_dw2207b.cpp and one line in the table of sim_find_model.
 #pragma once
 

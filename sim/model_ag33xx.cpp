@@ -10,7 +10,8 @@
 //                            "$PAIR011,<nnn>,0*HH\r\n" (restart <nnn> done,
 //                            status 0), both in one answer
 //   $PAIR590,Y,M,D,h,m,s     reference time, six integers
-//   $PAIR600,lat,lon,alt,a,b,c,d   reference position, seven decimal numbers
+//   $PAIR600,lat,lon,alt,a,b,c,d   reference position, seven numbers (read as
+//                            strtod reads them, so "nan" passes)
 //   $PAIR472                 clear the stored EPO data (the records held are
 //                            forgotten, so the status counts start from 0)
 //   $PAIR471,<mode>,<prn>,<w0>,..,<w17>   one EPO record: 20 hexadecimal

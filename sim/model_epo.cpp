@@ -219,7 +219,9 @@ void finish_frame(EpoSimState *st, SimUnit *u) {
         std::snprintf(text, sizeof text, "EPO %s frame '%c' (%zu-byte payload)%s", frame_name(id),
                       letter >= 0x20 && letter <= 0x7E ? letter : '?', len, ok ? "" : ", refused");
     } else if (id == 1201) {
-        ok = len == EPO_SIM_RECORD_SIZE;
+        // Any length is taken: a record is 72 bytes, but a file's short tail
+        // goes out in a frame of its own and the receiver keeps it as it came.
+        ok = len > 0;
         if (ok) {
             st->pending.kind = EpoEffectKind::Record;
             st->pending.record.assign(payload, payload + len);
@@ -278,15 +280,12 @@ bool epo_sim_int(const std::string &text, long *out) {
 }
 
 bool epo_sim_number(const std::string &text) {
-    size_t i = text.size() > 0 && (text[0] == '-' || text[0] == '+') ? 1 : 0;
-    size_t digits = 0;
-    while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i, ++digits;
-    if (digits == 0) return false;
-    if (i < text.size() && text[i] == '.') {
-        ++i;
-        while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
-    }
-    return i == text.size();
+    // Read as the receiver's firmware reads it, with strtod: the whole field
+    // must be a number, and "nan" or "inf" are numbers to it as well.
+    if (text.empty() || text[0] == ' ') return false;
+    char *end = nullptr;
+    std::strtod(text.c_str(), &end);
+    return end == text.c_str() + text.size();
 }
 
 bool epo_sim_hex32(const std::string &text, size_t min_digits, size_t max_digits, uint32_t *out) {

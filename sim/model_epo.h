@@ -14,8 +14,10 @@
 //
 // (message 1000, length 4, payload = the acknowledged id and a 16-bit result,
 // the XOR over bytes 2..9); result 0 accepts, result 1 refuses. A frame with a
-// bad check value, a bad tail, an unknown id or a payload that does not fit
-// its id is refused.
+// bad check value, a bad tail, an unknown id, an empty data payload or a
+// begin/end payload that is not a known letter (optionally followed by a zero
+// byte) is refused. A data payload of another length than 72 (the short tail
+// of an odd-sized file) is taken and kept as it came.
 //
 // The byte stream is split into units here; what a sentence means and how it
 // is answered is the platform's (an EpoSimDialect). The receiver's memory is
@@ -50,7 +52,7 @@ enum class EpoEffectKind { None, Record, Begin, End, Clear };
 
 struct EpoEffect {
     EpoEffectKind kind = EpoEffectKind::None;
-    std::vector<uint8_t> record;  // Record: the 72 bytes as rebuilt
+    std::vector<uint8_t> record;  // Record: the bytes as rebuilt (72, or a data frame's short tail)
     int system = -1;              // Record from a sentence: its system number (-1: unknown)
     char letter = 0;              // Begin / End: the system letter
     bool prn_error = false;       // the sentence's PRN field disagrees with the record's SVID
@@ -77,8 +79,7 @@ std::string epo_sim_sentence(const std::string &body);
 std::vector<std::string> epo_sim_split(const std::string &body, char sep);
 // Decimal integer, optional '-' sign, nothing else.
 bool epo_sim_int(const std::string &text, long *out);
-// Decimal number as printf "%f" writes it: optional sign, digits, optional
-// fraction. "nan" and "inf" are not numbers to a receiver.
+// A number as strtod reads it, the whole field ("nan" and "inf" included).
 bool epo_sim_number(const std::string &text);
 // Hexadecimal (either case) of min_digits..max_digits digits.
 bool epo_sim_hex32(const std::string &text, size_t min_digits, size_t max_digits, uint32_t *out);

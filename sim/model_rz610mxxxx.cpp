@@ -12,7 +12,7 @@
 //   $PVNKAIDTIME,1,leap,Y,M,D,h,m,s,0,,0   reference time: eleven fields,
 //                            integers but for the tenth, which may be empty
 //   $PVNKAIDPOS,1,lat,lon,alt,acc   reference position: an integer, then
-//                            four decimal numbers
+//                            four numbers (read as strtod reads them)
 //   $PVNKEPOCLR              clear the stored EPO data (the records held are
 //                            forgotten, so the status counts start from 0)
 //   $PVNKEPO,<mode>,<prn>,<w0>,..,<w17>   one EPO record: mode and PRN in

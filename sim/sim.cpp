@@ -239,7 +239,8 @@ bool refused_by_faults(const SimFaults &f, const SimUnit &u, uint32_t number) {
     if (f.refuse_only >= 0 && number == uint32_t(f.refuse_only)) return true;
     if (std::find(f.refuse_units.begin(), f.refuse_units.end(), number) != f.refuse_units.end()) return true;
     const std::string &pre = f.refuse_prefix;
-    return !pre.empty() && u.bytes.size() >= pre.size() && std::equal(pre.begin(), pre.end(), u.bytes.begin());
+    return !pre.empty() && u.bytes.size() >= pre.size() &&
+           std::memcmp(pre.data(), u.bytes.data(), pre.size()) == 0;
 }
 
 void answer(Sim *s, const SimUnit &u, bool refused) {

@@ -99,9 +99,10 @@ struct SimRecord {
     uint32_t repeats = 0;                        // replies written again (repeat_ms)
 
     // EPO receivers (ag33xx, rz610mxxxx).
-    std::vector<std::vector<uint8_t>> epo_records;  // each 72-byte record taken, as rebuilt from a
-                                                    // record sentence or a data frame's payload,
-                                                    // in arrival order; a clear does not erase it
+    std::vector<std::vector<uint8_t>> epo_records;  // each record taken, as rebuilt from a record
+                                                    // sentence or a data frame's payload (72 bytes;
+                                                    // a file's short tail as it came), in arrival
+                                                    // order; a clear does not erase it
     std::vector<std::string> epo_markers;        // each begin/end frame taken: "begin G", "end G"
     std::vector<uint32_t> epo_marker_records;    // per marker: records taken since the previous
                                                  // marker (an "end" entry is its block's size)

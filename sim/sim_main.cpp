@@ -2,13 +2,17 @@
 // without hardware:
 //   vkagnss-sim --platform dw2207b --link /tmp/ttyVK0
 //   vkagnss -m DW2207B -o online -p /tmp/ttyVK0 -b 115200 ...
+//   vkagnss-sim --platform ag33xx --link /tmp/ttyVK1
+//   vkagnss -m AG33XX -o offline -p /tmp/ttyVK1 -b 115200 -f EPO_GPS_3_1.DAT ...
 
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <pthread.h>
 #include <signal.h>
@@ -23,26 +27,37 @@ volatile std::sig_atomic_t g_signalled = 0;
 void on_signal(int) { g_signalled = 1; }
 
 const char kUsage[] =
-    "usage: vkagnss-sim --platform dw2207b [options]\n"
+    "usage: vkagnss-sim --platform dw2207b|ag33xx|rz610mxxxx [options]\n"
     "\n"
     "Plays a GNSS receiver on a pseudo-terminal and prints the device path.\n"
     "Runs until SIGINT or SIGTERM, then prints what it received.\n"
     "\n"
-    "  --platform NAME          receiver model: dw2207b\n"
+    "  --platform NAME          receiver model: dw2207b, ag33xx or rz610mxxxx\n"
     "  --link PATH              also reach the device through symlink PATH\n"
     "                           (an existing symlink there is replaced)\n"
     "  --silent                 never answer\n"
-    "  --refuse                 answer every command with the refusal ($ERROR*58)\n"
+    "  --refuse                 answer every command with the refusal\n"
+    "                           (dw2207b $ERROR*58, ag33xx $PAIR001,<nnn>,1,\n"
+    "                           rz610mxxxx <address>,FAIL, binary frames result 1)\n"
+    "  --refuse-only N          refuse only the answered unit number N (from 0:\n"
+    "                           every answered sentence and binary frame counts)\n"
+    "  --refuse-units N,N,...   refuse the answered units with these numbers\n"
+    "  --refuse-prefix TEXT     refuse every unit that starts with TEXT\n"
+    "                           (\\xHH stands for a byte, \\\\ for a backslash)\n"
     "  --garbage-only           answer noise instead of the reply\n"
     "  --garbage N              send N noise bytes before each reply\n"
-    "                           (noise is the text \"#noise\" repeated, never '$')\n"
+    "                           (noise is the text \"#noise\" repeated, never '$';\n"
+    "                           before binary answers a $GNTXT sentence behind 0x04)\n"
     "  --split N                write each reply in N pieces\n"
     "  --split-gap MS           pause between the pieces\n"
     "  --delay MS               pause before each reply\n"
     "  --pace BAUD              take and give one byte per 10 bit times of BAUD\n"
     "  --stop-after N           answer the first N commands only\n"
+    "  --repeat MS              write each answer again every MS until the\n"
+    "                           next command arrives\n"
     "  --chatter MS             send 16 noise bytes every MS unasked\n"
-    "  --close-after-frames N   hang up after N binary frames (N >= 1)\n"
+    "  --close-after-frames N   hang up after N binary frames or record\n"
+    "                           sentences (N >= 1)\n"
     "  --exit-after-idle MS     exit once a client has sent something and the\n"
     "                           line has then been quiet for MS (chatter does\n"
     "                           not count; pick MS above the tool's longest wait)\n"
@@ -56,6 +71,41 @@ bool parse_u32(const char *text, uint32_t *out) {
     unsigned long long v = std::strtoull(text, &end, 10);
     if (errno != 0 || *end != '\0' || text[0] == '-' || v > 0xFFFFFFFFull) return false;
     *out = uint32_t(v);
+    return true;
+}
+
+// "3,7,12" -> {3, 7, 12}.
+bool parse_u32_list(const std::string &text, std::vector<uint32_t> *out) {
+    out->clear();
+    size_t from = 0;
+    for (;;) {
+        size_t comma = text.find(',', from);
+        std::string item = text.substr(from, comma == std::string::npos ? std::string::npos : comma - from);
+        uint32_t v = 0;
+        if (!parse_u32(item.c_str(), &v)) return false;
+        out->push_back(v);
+        if (comma == std::string::npos) return true;
+        from = comma + 1;
+    }
+}
+
+// "\xHH" stands for a byte and "\\" for a backslash; anything else is itself.
+bool unescape(const std::string &text, std::string *out) {
+    out->clear();
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            *out += text[i];
+        } else if (i + 1 < text.size() && text[i + 1] == '\\') {
+            *out += '\\';
+            ++i;
+        } else if (i + 3 < text.size() && text[i + 1] == 'x' && std::isxdigit((unsigned char)text[i + 2]) &&
+                   std::isxdigit((unsigned char)text[i + 3])) {
+            *out += char(std::strtoul(text.substr(i + 2, 2).c_str(), nullptr, 16));
+            i += 3;
+        } else {
+            return false;
+        }
+    }
     return true;
 }
 
@@ -131,6 +181,20 @@ int main(int argc, char **argv) {
         } else if (opt == "--chatter") {
             if (!take_u32(&n) || n == 0) return usage_error("%s needs milliseconds", opt.c_str());
             cfg.faults.chatter_ms = n;
+        } else if (opt == "--repeat") {
+            if (!take_u32(&n) || n == 0) return usage_error("%s needs milliseconds", opt.c_str());
+            cfg.faults.repeat_ms = n;
+        } else if (opt == "--refuse-only") {
+            if (!take_u32(&n) || n > 0x7FFFFFFF) return usage_error("%s needs a number", opt.c_str());
+            cfg.faults.refuse_only = int32_t(n);
+        } else if (opt == "--refuse-units") {
+            std::string v;
+            if (!take(&v) || !parse_u32_list(v, &cfg.faults.refuse_units))
+                return usage_error("%s needs numbers separated by commas", opt.c_str());
+        } else if (opt == "--refuse-prefix") {
+            std::string v;
+            if (!take(&v) || !unescape(v, &cfg.faults.refuse_prefix) || cfg.faults.refuse_prefix.empty())
+                return usage_error("%s needs a text (\\xHH for a byte)", opt.c_str());
         } else if (opt == "--stop-after") {
             if (!take_u32(&n) || n > 0x7FFFFFFF) return usage_error("%s needs a number", opt.c_str());
             cfg.faults.stop_after = int32_t(n);
@@ -188,6 +252,15 @@ int main(int argc, char **argv) {
     std::printf("vkagnss-sim: sentences %zu, frames %zu, bad checksums %u, bad frames %u, bytes %zu, replies %u\n",
                 rec.sentences.size(), rec.frames.size(), unsigned(rec.bad_checksums), unsigned(rec.bad_frames),
                 rec.raw.size(), unsigned(rec.replies));
+    if (platform == "ag33xx" || platform == "rz610mxxxx") {
+        std::string markers;
+        for (size_t i = 0; i < rec.epo_markers.size(); ++i) {
+            markers += (i ? ", " : "") + rec.epo_markers[i] + " (" + std::to_string(rec.epo_marker_records[i]) + ")";
+        }
+        std::printf("vkagnss-sim: epo records %zu, held %u, clears %u, prn errors %u, refusals %u, markers [%s]\n",
+                    rec.epo_records.size(), unsigned(rec.epo_stored), unsigned(rec.epo_clears),
+                    unsigned(rec.prn_errors), unsigned(rec.refusals), markers.c_str());
+    }
     std::fflush(stdout);
     return 0;
 }

@@ -18,13 +18,7 @@
 namespace {
 
 // The sentence as the module must receive it, checksum computed here.
-std::string nmea(const std::string &body) {
-    unsigned x = 0;
-    for (size_t i = 1; i < body.size(); ++i) x ^= static_cast<unsigned char>(body[i]);
-    char tail[8];
-    snprintf(tail, sizeof tail, "*%02X\r\n", x);
-    return body + tail;
-}
+std::string nmea(const std::string &body) { return nmea_sentence(body); }
 
 std::string progress(long long sent, long long size) {
     char line[96];

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -69,9 +70,10 @@ ToolRun run_program(const char *path, const std::vector<std::string> &args) {
 std::string mask(const std::string &out) {
     static const std::regex stamp(R"(\[\d{3,}\.\d{3}\])");
     static const std::regex banner(R"(V1\.1\.1 [A-Z][a-z]{2} [ 123]\d \d{4} \d{2}:\d{2}:\d{2}\n)");
-    static const std::regex clock(R"(\[\d+\] )");
+    // An echo starts a line; "[1] times" inside a line is the tool's own text.
+    static const std::regex clock(R"(\n\[\d+\] )");
     std::string s = std::regex_replace(out, stamp, "[SSS.mmm]");
-    s = std::regex_replace(s, clock, "[CLOCK] ");
+    s = std::regex_replace(s, clock, "\n[CLOCK] ");
     return std::regex_replace(s, banner, "V1.1.1 <date> <time>\n",
                               std::regex_constants::format_first_only);
 }
@@ -101,4 +103,29 @@ void write_file(const std::string &path, const std::string &text) {
 std::vector<uint8_t> read_file(const std::string &path) {
     std::ifstream f(path, std::ios::binary);
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}
+
+std::string strip_echoes(const std::string &masked, std::string *echoed) {
+    std::string out;
+    size_t pos = 0;
+    for (;;) {
+        size_t at = masked.find("[CLOCK] ", pos);
+        if (at == std::string::npos) break;
+        out.append(masked, pos, at - pos);
+        size_t text = at + 8;
+        size_t next = std::min(masked.find("[SSS.mmm]", text), masked.find("[CLOCK] ", text));
+        if (next == std::string::npos) next = masked.size();
+        if (echoed) echoed->append(masked, text, next - text);
+        pos = next;
+    }
+    out.append(masked, pos, std::string::npos);
+    return out;
+}
+
+std::string nmea_sentence(const std::string &body) {
+    unsigned x = 0;
+    for (size_t i = 1; i < body.size(); ++i) x ^= static_cast<unsigned char>(body[i]);
+    char tail[8];
+    snprintf(tail, sizeof tail, "*%02X\r\n", x);
+    return body + tail;
 }

@@ -24,6 +24,14 @@ inline ToolRun run_tool(const std::vector<std::string> &args) { return run_progr
 // "<date> <time>" (after checking their form).
 std::string mask(const std::string &out);
 
+// Takes every echo of received text ("[CLOCK] " up to the next stamp, echo
+// or the end) out of masked output, appending the echoed text to *echoed.
+// How a reply is cut into reads depends on timing; the lines around do not.
+std::string strip_echoes(const std::string &masked, std::string *echoed = nullptr);
+
+// body + "*HH\r\n", the checksum computed here, independently of the tool.
+std::string nmea_sentence(const std::string &body);
+
 // Fresh temporary directory for one test, removed by remove_tree.
 std::string make_temp_dir();
 void remove_tree(const std::string &dir);

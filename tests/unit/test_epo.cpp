@@ -580,3 +580,104 @@ TEST(EpoCarry, DataEndingInLineFeedIsKeptWholeAndCarryTooBigForTheBufferStays) {
     EXPECT_EQ(len, 60u);
     EXPECT_EQ(carry_len, 11u);
 }
+
+// --- the binary acknowledgement matcher, over a real pseudo-terminal --------------
+
+#include <pty.h>
+#include <termios.h>
+
+#include "serial/serial.h"
+
+namespace {
+
+struct PtyPair {
+    int master = -1;
+    uint64_t port = SERIAL_INVALID_HANDLE;
+    PtyPair() {
+        int slave = -1;
+        char name[128];
+        if (openpty(&master, &slave, name, nullptr, nullptr) != 0) return;
+        termios t{};
+        tcgetattr(master, &t);
+        cfmakeraw(&t);
+        tcsetattr(master, TCSANOW, &t);
+        port = serial_open(name, 115200);
+        close(slave);
+    }
+    ~PtyPair() {
+        serial_close(port);
+        close(master);
+    }
+    void send(const std::vector<uint8_t> &bytes) const {
+        ASSERT_EQ(write(master, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+    }
+};
+
+std::vector<uint8_t> ack_of(uint16_t id, uint8_t result = 0) {
+    std::vector<uint8_t> a = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, uint8_t(id & 0xFF), uint8_t(id >> 8),
+                              result, 0x00};
+    uint8_t x = 0;
+    for (size_t i = 2; i < a.size(); ++i) x ^= a[i];
+    a.push_back(x);
+    a.push_back(0xAA);
+    a.push_back(0x44);
+    return a;
+}
+
+std::string clock_masked(const std::string &s) {
+    size_t close = s.find("] ");
+    return s[0] == '[' && close != std::string::npos ? "[CLOCK]" + s.substr(close + 1) : s;
+}
+
+}  // namespace
+
+TEST(EpoBinaryAck, TextBeforeTheFrameIsEchoedAndTheFrameMatched) {
+    PtyPair p;
+    ASSERT_GE(int64_t(p.port), 0);
+    std::vector<uint8_t> bytes = {'$', 'G', 'N', 'T', 'X', 'T', '\r', '\n'};
+    std::vector<uint8_t> ack = ack_of(1201);
+    bytes.insert(bytes.end(), ack.begin(), ack.end());
+    p.send(bytes);
+    uint8_t reply[16] = {0};
+    testing::internal::CaptureStdout();
+    uint32_t ret = AG33XX_CheckBinCmdRsp(p.port, reply, 1201);
+    std::string out = clock_masked(testing::internal::GetCapturedStdout());
+    EXPECT_EQ(ret, 0u);
+    char hex[64] = {0};
+    for (size_t i = 0; i < ack.size(); ++i) snprintf(hex + 2 * i, 3, "%02X", ack[i]);
+    EXPECT_EQ(out, std::string("[CLOCK] $GNTXT\r\n") + hex + "\n");
+    EXPECT_EQ(std::vector<uint8_t>(reply, reply + 13), ack);
+}
+
+TEST(EpoBinaryAck, StrayStartByteInTextIsSkippedUntilTheFrameComes) {
+    PtyPair p;
+    ASSERT_GE(int64_t(p.port), 0);
+    std::vector<uint8_t> bytes = {0x04, '$', 'G', 'N', 'T', 'X', 'T', ',', '1', '\r', '\n'};
+    std::vector<uint8_t> ack = ack_of(1200);
+    bytes.insert(bytes.end(), ack.begin(), ack.end());
+    p.send(bytes);
+    uint8_t reply[16] = {0};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(RZ610MXXXX_CheckBinCmdRsp(p.port, reply, 1200), 0u);
+    testing::internal::GetCapturedStdout();
+}
+
+TEST(EpoBinaryAck, RefusedFrameIsNotAcceptedAndTheWaitRunsOut) {
+    PtyPair p;
+    ASSERT_GE(int64_t(p.port), 0);
+    p.send(ack_of(1201, 1));
+    uint8_t reply[16] = {0};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(AG33XX_CheckBinCmdRsp(p.port, reply, 1201), 512u);
+    testing::internal::GetCapturedStdout();
+}
+
+TEST(EpoBinaryAck, AcknowledgementOfAnotherFrameDoesNotCount) {
+    PtyPair p;
+    ASSERT_GE(int64_t(p.port), 0);
+    p.send(ack_of(1202));
+    uint8_t reply[16] = {0};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(AG33XX_CheckBinCmdRsp(p.port, reply, 1201), 512u);
+    testing::internal::GetCapturedStdout();
+}
