@@ -57,6 +57,15 @@ bool Vk_CalculateElapsedTime(uint64_t start_ms, uint32_t timeout_ms, uint64_t *e
     return elapsed >= timeout_ms;
 }
 
+void vk_precise_timers() {
+#ifdef __linux__
+    // The default 50 us timer slack would add up over thousands of 5 ms
+    // pauses between frames and thousands of 1 ms quiet gaps after replies.
+    static thread_local const bool tight = prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL) == 0;
+    (void)tight;
+#endif
+}
+
 uint32_t vk_sleep_ms(uint32_t microseconds) {
     return microseconds / 1000;  // deliberately microseconds: callers pass 1000000 for a second
 }
@@ -66,12 +75,7 @@ int platform_sleep(uint32_t microseconds) {
 #ifdef _WIN32
     Sleep(ms);
 #else
-#ifdef __linux__
-    // The default 50 us timer slack would add up over thousands of 5 ms
-    // pauses between ephemeris frames.
-    static const bool tight = prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL) == 0;
-    (void)tight;
-#endif
+    vk_precise_timers();
     timespec req{time_t(ms / 1000), long(ms % 1000) * 1000000L};
     while (nanosleep(&req, &req) != 0) {
     }

@@ -35,6 +35,8 @@ float flash_tool_secs();
 // Writes now - start_ms to *elapsed_out and tells whether it reached
 // timeout_ms. A zero time-out reports "reached" at once without writing.
 bool Vk_CalculateElapsedTime(uint64_t start_ms, uint32_t timeout_ms, uint64_t *elapsed_out);
+// Asks the OS for timer wake-ups without slack (Linux), for the calling thread.
+void vk_precise_timers();
 // Sleeps microseconds / 1000 whole milliseconds; returns 0.
 int platform_sleep(uint32_t microseconds);
 // Current UTC time of day; returns 1.

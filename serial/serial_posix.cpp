@@ -266,6 +266,7 @@ bool set_modem_line(uint64_t handle, int line, uint32_t level) {
 
 uint64_t serial_open(const char *name, uint32_t baud) {
     if (name == nullptr) return SERIAL_INVALID_HANDLE;
+    vk_precise_timers();  // the 1 ms quiet gap of every read relies on it
     char path[4096];
     serial_posix_device_path(name, path, sizeof path);
 

@@ -16,6 +16,8 @@
 
 #include "sim/sim.h"
 
+#include "core/log.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -126,6 +128,8 @@ struct Sim {
     std::atomic<bool> hung_up{false};
     std::atomic<bool> busy{false};
     std::atomic<int64_t> last_activity_us{0};
+    std::atomic<int64_t> last_answer_end_us{0};  // when the last byte of an answer was written
+    std::atomic<int64_t> last_input_end_us{0};   // when the latest input counted as received
     std::atomic<uint64_t> bytes_in{0};
 
     // Receiver thread only.
@@ -210,12 +214,13 @@ bool write_paced(Sim *s, const uint8_t *data, size_t len) {
     if (s->byte_us <= 0) return write_all(s, data, len);
     size_t done = 0;
     while (done < len) {
-        sleep_us(s->out_next_us - now_us());
+        // A slice is handed over when its last byte would have left the wire.
         size_t n = len - done < s->pace_chunk ? len - done : s->pace_chunk;
-        if (!write_all(s, data + done, n)) return false;
         int64_t now = now_us();
         if (s->out_next_us < now) s->out_next_us = now;
         s->out_next_us += int64_t(double(n) * s->byte_us);
+        sleep_us(s->out_next_us - now_us());
+        if (!write_all(s, data + done, n)) return false;
         done += n;
     }
     return true;
@@ -285,6 +290,7 @@ void answer(Sim *s, const SimUnit &u, bool refused) {
         done += n;
         if (i + 1 < parts && f.split_gap_ms > 0) pause_us(s, int64_t(f.split_gap_ms) * 1000);
     }
+    s->last_answer_end_us.store(now_us());
     {
         std::lock_guard<std::mutex> lock(s->rec_mu);
         ++s->rec.replies;
@@ -384,6 +390,7 @@ void chatter(Sim *s) {
 }
 
 void run(Sim *s) {
+    vk_precise_timers();  // pacing sleeps in slices of about 2 ms
     uint8_t buf[4096];
     int64_t stop_seen_us = 0;
     int64_t last_input_us = 0;
@@ -438,10 +445,14 @@ void run(Sim *s) {
         last_input_us = now_us();
         touch(s);
         s->repeat_out.clear();  // the next command has begun: no more repeats
-        if (s->byte_us > 0) {
+        if (s->byte_us > 0 && !stopping) {
+            // The slice counts as received once its last byte would have
+            // crossed the wire.
             if (s->in_next_us < last_input_us) s->in_next_us = last_input_us;
             s->in_next_us += int64_t(double(n) * s->byte_us);
+            sleep_us(s->in_next_us - now_us());
         }
+        s->last_input_end_us.store(now_us());
         process(s, buf, size_t(n));
     }
 }
@@ -613,5 +624,13 @@ void sim_settle(Sim *sim, uint32_t quiet_ms, uint32_t max_ms) {
 }
 
 uint64_t sim_bytes_received(const Sim *sim) { return sim ? sim->bytes_in.load() : 0; }
+
+int64_t sim_last_answer_end_us(const Sim *sim) {
+    return sim ? sim->last_answer_end_us.load() : 0;
+}
+
+int64_t sim_last_input_end_us(const Sim *sim) {
+    return sim ? sim->last_input_end_us.load() : 0;
+}
 
 bool sim_hung_up(const Sim *sim) { return sim && sim->hung_up.load(); }

@@ -136,5 +136,12 @@ void sim_settle(Sim *sim, uint32_t quiet_ms, uint32_t max_ms);
 bool sim_idle(const Sim *sim, uint32_t quiet_ms);
 // Bytes received so far (the size of the raw record, without copying it).
 uint64_t sim_bytes_received(const Sim *sim);
+// Steady-clock microseconds (std::chrono::steady_clock, CLOCK_MONOTONIC on
+// Linux) at which the last byte of the latest answer was written; 0 before
+// the first answer. For measuring how soon the reader sees a reply.
+int64_t sim_last_answer_end_us(const Sim *sim);
+// The same clock at which the latest bytes from the tool counted as received
+// (with pacing: when their last byte would have crossed the wire).
+int64_t sim_last_input_end_us(const Sim *sim);
 // True once the receiver has hung up (close_after_frames).
 bool sim_hung_up(const Sim *sim);
