@@ -11,6 +11,7 @@
 #include "sim/sim.h"
 #include "tests/e2e/epo_expect.h"
 #include "tests/support/harness.h"
+#include "tests/support/sim_fixture.h"
 
 namespace {
 
@@ -31,32 +32,12 @@ std::string pair471(int mode, int prn, const std::vector<uint8_t> &rec) {
     return nmea_sentence(head + hex_words(rec));
 }
 
-class Ag33xxE2E : public ::testing::Test {
+class Ag33xxE2E : public SimTest {
 protected:
-    void TearDown() override {
-        sim_free(sim_);
-        if (!dir_.empty()) remove_tree(dir_);
-    }
+    void start(const SimFaults &faults = SimFaults()) { start_sim("ag33xx", faults); }
 
-    void start(const SimFaults &faults = SimFaults(), const char *platform = "ag33xx") {
-        SimConfig cfg;
-        cfg.platform = platform;
-        cfg.faults = faults;
-        std::string error;
-        sim_ = sim_start(cfg, &error);
-        ASSERT_NE(sim_, nullptr) << error;
-        port_ = sim_slave_path(sim_);
-    }
-
-    std::string dir() {
-        if (dir_.empty()) dir_ = make_temp_dir();
-        return dir_;
-    }
-
-    std::vector<std::string> args(const char *mode, std::vector<std::string> extra) const {
-        std::vector<std::string> a = {"-m", "AG33XX", "-o", mode, "-p", port_, "-b", "115200"};
-        a.insert(a.end(), extra.begin(), extra.end());
-        return a;
+    std::vector<std::string> args(const char *mode, const std::vector<std::string> &extra) const {
+        return tool_args("AG33XX", mode, extra);
     }
 
     std::string head(bool offline) const {
@@ -82,21 +63,6 @@ protected:
         for (const EpoFile &f : files) all += (all.empty() ? "" : ",") + f.path;
         return "-f" + all;
     }
-
-    // Masked output without echoes, the handle masked; the echoes go to *echoed.
-    static std::string out_of(const ToolRun &r, std::string *echoed = nullptr) {
-        std::string s = strip_echoes(mask(r.out), echoed);
-        return std::regex_replace(s, std::regex(R"(open uart_fd:\d+\n)"), "open uart_fd:<fd>\n");
-    }
-
-    SimRecord finish() {
-        sim_stop(sim_);
-        return sim_record(sim_);
-    }
-
-    Sim *sim_ = nullptr;
-    std::string port_;
-    std::string dir_;
 };
 
 const char kOpen[] = "[SSS.mmm] open uart_fd:<fd>\n";

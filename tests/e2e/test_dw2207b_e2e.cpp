@@ -13,6 +13,7 @@
 #include "serial/serial.h"
 #include "sim/sim.h"
 #include "tests/support/harness.h"
+#include "tests/support/sim_fixture.h"
 #include "tools/rtcm_gen.h"
 
 namespace {
@@ -47,27 +48,9 @@ std::string progress_lines(const std::vector<std::vector<uint8_t>> &frames, long
     return s;
 }
 
-class Dw2207bE2E : public ::testing::Test {
+class Dw2207bE2E : public SimTest {
 protected:
-    void TearDown() override {
-        sim_free(sim_);
-        if (!dir_.empty()) remove_tree(dir_);
-    }
-
-    void start(const SimFaults &faults = SimFaults()) {
-        SimConfig cfg;
-        cfg.platform = "dw2207b";
-        cfg.faults = faults;
-        std::string error;
-        sim_ = sim_start(cfg, &error);
-        ASSERT_NE(sim_, nullptr) << error;
-        port_ = sim_slave_path(sim_);
-    }
-
-    std::string dir() {
-        if (dir_.empty()) dir_ = make_temp_dir();
-        return dir_;
-    }
+    void start(const SimFaults &faults = SimFaults()) { start_sim("dw2207b", faults); }
 
     // A generated RTCM file in the test's directory.
     std::string rtcm_file(const RtcmGenConfig &cfg, std::vector<uint8_t> *bytes = nullptr,
@@ -79,10 +62,8 @@ protected:
         return path;
     }
 
-    std::vector<std::string> args(std::vector<std::string> extra) const {
-        std::vector<std::string> a = {"-m", "DW2207B", "-o", "online", "-p", port_, "-b", "115200"};
-        a.insert(a.end(), extra.begin(), extra.end());
-        return a;
+    std::vector<std::string> args(const std::vector<std::string> &extra) const {
+        return tool_args("DW2207B", "online", extra);
     }
 
     // The lines up to the parsed options, for a run made with args().
@@ -91,27 +72,6 @@ protected:
                "[SSS.mmm][INFO] Module: DW2207B\n" + "[SSS.mmm][INFO] Port: " + port_ + "\n" +
                "[SSS.mmm][INFO] Baud rate:115200\n";
     }
-
-    // Masked output with the port handle checked and masked too.
-    static std::string out_of(const ToolRun &r) {
-        std::string s = mask(r.out);
-        std::smatch m;
-        if (std::regex_search(s, m, std::regex(R"(uart_fd:(\d+)\n)"))) {
-            EXPECT_GE(std::stoi(m[1]), 3);
-        }
-        return std::regex_replace(s, std::regex(R"(uart_fd:\d+\n)"), "uart_fd:<fd>\n");
-    }
-
-    // Stops the receiver (after it has taken in all still on the line) and
-    // returns what it got.
-    SimRecord finish() {
-        sim_stop(sim_);
-        return sim_record(sim_);
-    }
-
-    Sim *sim_ = nullptr;
-    std::string port_;
-    std::string dir_;
 };
 
 const char kOpen[] = "[SSS.mmm][INFO] DW2207B open uart_fd:<fd>\n";

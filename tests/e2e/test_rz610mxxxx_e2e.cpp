@@ -9,6 +9,7 @@
 #include "sim/sim.h"
 #include "tests/e2e/epo_expect.h"
 #include "tests/support/harness.h"
+#include "tests/support/sim_fixture.h"
 
 namespace {
 
@@ -23,47 +24,13 @@ std::string pvnk_epo(int mode, int prn, const std::vector<uint8_t> &rec) {
     return nmea_sentence(s);
 }
 
-class Rz610E2E : public ::testing::Test {
+class Rz610E2E : public SimTest {
 protected:
-    void TearDown() override {
-        sim_free(sim_);
-        if (!dir_.empty()) remove_tree(dir_);
-    }
+    void start(const SimFaults &faults = SimFaults()) { start_sim("rz610mxxxx", faults); }
 
-    void start(const SimFaults &faults = SimFaults()) {
-        SimConfig cfg;
-        cfg.platform = "rz610mxxxx";
-        cfg.faults = faults;
-        std::string error;
-        sim_ = sim_start(cfg, &error);
-        ASSERT_NE(sim_, nullptr) << error;
-        port_ = sim_slave_path(sim_);
+    std::vector<std::string> args(const char *mode, const std::vector<std::string> &extra) const {
+        return tool_args("RZ610MXXXX", mode, extra);
     }
-
-    std::string dir() {
-        if (dir_.empty()) dir_ = make_temp_dir();
-        return dir_;
-    }
-
-    std::vector<std::string> args(const char *mode, std::vector<std::string> extra) const {
-        std::vector<std::string> a = {"-m", "RZ610MXXXX", "-o", mode, "-p", port_, "-b", "115200"};
-        a.insert(a.end(), extra.begin(), extra.end());
-        return a;
-    }
-
-    static std::string out_of(const ToolRun &r, std::string *echoed = nullptr) {
-        std::string s = strip_echoes(mask(r.out), echoed);
-        return std::regex_replace(s, std::regex(R"(open uart_fd:\d+\n)"), "open uart_fd:<fd>\n");
-    }
-
-    SimRecord finish() {
-        sim_stop(sim_);
-        return sim_record(sim_);
-    }
-
-    Sim *sim_ = nullptr;
-    std::string port_;
-    std::string dir_;
 };
 
 const char kOpen[] = "[SSS.mmm] open uart_fd:<fd>\n";

@@ -1,4 +1,5 @@
 #include "tests/support/harness.h"
+#include "tests/support/stamp_mask.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -68,11 +69,10 @@ ToolRun run_program(const char *path, const std::vector<std::string> &args) {
 }
 
 std::string mask(const std::string &out) {
-    static const std::regex stamp(R"(\[\d{3,}\.\d{3}\])");
     static const std::regex banner(R"(V1\.1\.1 [A-Z][a-z]{2} [ 123]\d \d{4} \d{2}:\d{2}:\d{2}\n)");
     // An echo starts a line; "[1] times" inside a line is the tool's own text.
     static const std::regex clock(R"(\n\[\d+\] )");
-    std::string s = std::regex_replace(out, stamp, "[SSS.mmm]");
+    std::string s = mask_stamps(out);
     s = std::regex_replace(s, clock, "\n[CLOCK] ");
     return std::regex_replace(s, banner, "V1.1.1 <date> <time>\n",
                               std::regex_constants::format_first_only);

@@ -1,9 +1,10 @@
 // Clocks, log stamps, our getopt, the backend option grammar, exit statuses.
 #include <gtest/gtest.h>
 
+#include "tests/support/stamp_mask.h"
+
 #include <cstdlib>
 #include <ctime>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -13,10 +14,6 @@
 #include "core/platform.h"
 
 namespace {
-
-std::string masked(const std::string &s) {
-    return std::regex_replace(s, std::regex(R"(\[\d{3,}\.\d{3}\])"), "[SSS.mmm]");
-}
 
 // argv built from words; argv[0] is the program.
 struct Args {
@@ -117,7 +114,7 @@ TEST(Log, LineIsStampedAndKeepsItsOwnEnding) {
     vk_log("[INFO] Baud rate:%d\n", 115200);
     vk_log("[PROGRESS] %.2f%%\r\n", 12.5);
     vk_log(" RECV ACK ok\n");
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] Baud rate:115200\n[SSS.mmm][PROGRESS] 12.50%\r\n[SSS.mmm] RECV ACK ok\n");
 }
 
@@ -215,7 +212,7 @@ TEST(Options, StartWayNamesIgnoreCaseButNotLength) {
     EXPECT_EQ(vk_parse_start_way("COLDX", &kCommon), -1);
     EXPECT_EQ(vk_parse_start_way("CO", &kCommon), -1);
     EXPECT_EQ(vk_parse_start_way("FULLCOLD", &kCommon), -1);
-    std::string out = masked(testing::internal::GetCapturedStdout());
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm][ERROR] Invalid start way:COLDX\n[SSS.mmm][INFO] Start way:COLDX\n"),
               std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][INFO] Start way:cold\n"), std::string::npos);
@@ -235,7 +232,7 @@ TEST(Options, LocationFields) {
     VkPosAid pos{};
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_location("31.5,121.25,10,5", &kCommon, &pos), 0u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] Ref position:31.5,121.25,10,5\n"
               "[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,PosAcc:5");
     EXPECT_EQ(pos.enable, 1);
@@ -257,7 +254,7 @@ TEST(Options, LocationCommaCountReportsFields) {
     VkPosAid pos{};
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_location("31.5,121.25,10", &kCommon, &pos), 0x102u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] Ref position:31.5,121.25,10\n"
               "[SSS.mmm][ERROR] Invalid location format, comma count: 3\n");
     EXPECT_EQ(pos.enable, 0);
@@ -267,7 +264,7 @@ TEST(Options, LocationWithEmptyFieldIsRefusedByTheDoubleCommaRule) {
     VkPosAid pos{};
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_location("31.5,,10,5", &kCommon, &pos), 0x102u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] Ref position:31.5,,10,5\n"
               "[SSS.mmm][ERROR] Invalid location format, exist \",,\",missing at least one field\n");
 }
@@ -276,7 +273,7 @@ TEST(Options, LocationMissingLastField) {
     VkPosAid pos{};
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_location("31.5,121.25,10,", &kCommon, &pos), 0x102u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] Ref position:31.5,121.25,10,\n"
               "[SSS.mmm][ERROR] Invalid location, missing PosAcc field\n");
 }
@@ -287,7 +284,7 @@ TEST(Options, LocationWithoutDoubleCommaCheckReportsTheMissingField) {
     VkPosAid pos{};
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_location("31.5,,,5", &rules, &pos), 0x102u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] Ref position:31.5,,,5\n"
               "[SSS.mmm][ERROR] Invalid location, missing Altitude field\n");
 }
@@ -300,7 +297,7 @@ TEST(Options, LocationLengthLimit) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_location(s63.c_str(), &kCommon, &pos), 0u);
     EXPECT_EQ(vk_parse_location(s64.c_str(), &kCommon, &pos), 0x102u);
-    std::string out = masked(testing::internal::GetCapturedStdout());
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm] Location string too long: " + s64 + "\n"), std::string::npos);
 }
 
@@ -308,7 +305,7 @@ TEST(Options, TimeFields) {
     VkTimeAid t{};
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_time("0,2026-01-08-09:59:17,18,10", &kCommon, &t), 0u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] time data:0,2026-01-08-09:59:17,18,10\n"
               "[SSS.mmm][INFO] Time Enable:1,Mode:0,Time:2026-01-08-09:59:17, LeapSec:18, "
               "Accuracy:10\n");
@@ -322,7 +319,7 @@ TEST(Options, TimeCommaCountIsTheCountItself) {
     VkTimeAid t{};
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_time("0,2026-01-08-09:59:17,18", &kCommon, &t), 0x102u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] time data:0,2026-01-08-09:59:17,18\n"
               "[SSS.mmm][ERROR] Invalid time format, comma count: 2\n");
 }
@@ -332,7 +329,7 @@ TEST(Options, TimeDoubleCommaAndMissingFields) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_time("0,,18,10", &kCommon, &t), 0x102u);
     EXPECT_EQ(vk_parse_time(",0,x,", &kCommon, &t), 0x102u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] time data:0,,18,10\n"
               "[SSS.mmm][ERROR] Invalid time format, exist \",,\",missing at least one field\n"
               "[SSS.mmm][INFO] time data:,0,x,\n"
@@ -347,7 +344,7 @@ TEST(Options, TimeErrorsInAnotherWording) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_time("0,1", &rules, &t), 0x102u);
     EXPECT_EQ(vk_parse_time(",,,", &rules, &t), 0x102u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] time data:0,1\n"
               "[SSS.mmm][ERROR] Invalid location format, comma count: 1\n"
               "[SSS.mmm][INFO] time data:,,,\n"
@@ -362,7 +359,7 @@ TEST(Options, TimeLengthLimit) {
     EXPECT_EQ(vk_parse_time(s63.c_str(), &kCommon, &t), 0u);
     EXPECT_STREQ(t.accuracy, "11111111111111111");  // 17 characters kept
     EXPECT_EQ(vk_parse_time((s63 + "1").c_str(), &kCommon, &t), 0x102u);
-    std::string out = masked(testing::internal::GetCapturedStdout());
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm] Time string too long: " + s63 + "1\n"), std::string::npos);
 }
 
@@ -388,7 +385,7 @@ TEST(Options, OptionalValueNotAttachedCountsAsNotGiven) {
     VkOptions o;
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_options(a.argc(), a.argv(), &kCommon, &o), 0u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()), "[SSS.mmm][INFO] Port: COM3\n");
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()), "[SSS.mmm][INFO] Port: COM3\n");
     EXPECT_EQ(o.start_way, 0);
     EXPECT_STREQ(o.file, "");
     EXPECT_EQ(o.time.enable, 0);
@@ -427,7 +424,7 @@ TEST(Options, EachOptionLoggedWhenTheBackendAsks) {
     VkOptions o;
     testing::internal::CaptureStdout();
     vk_parse_options(a.argc(), a.argv(), &rules, &o);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][DEBUG] Option -p with argument: COM3\n"
               "[SSS.mmm][INFO] Port: COM3\n"
               "[SSS.mmm][DEBUG] Option -s with argument: \n");
@@ -455,7 +452,7 @@ TEST(Options, FileAccess) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_check_file_access("/nonexistent/file.rtcm3"), 0x103u);
     EXPECT_EQ(vk_check_file_access("/tmp"), 0x103u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] Fail to access /nonexistent/file.rtcm3, errno: 2 (No such file or "
               "directory)\n"
               "[SSS.mmm][ERROR] Fail to access /tmp, errno: 21 (Is a directory)\n");

@@ -2,7 +2,8 @@
 // summary, framing, the acknowledgement and report checks, the carry.
 #include <gtest/gtest.h>
 
-#include <regex.h>
+#include "tests/support/stamp_mask.h"
+
 #include <unistd.h>
 
 #include <cstring>
@@ -16,21 +17,6 @@
 #include "tools/epo_gen.h"
 
 namespace {
-
-std::string masked(const std::string &s) {
-    std::string out;
-    for (size_t i = 0; i < s.size();) {
-        size_t close = s.find(']', i);
-        if (s[i] == '[' && close != std::string::npos && close - i >= 8 && s[close - 4] == '.' &&
-            s.find_first_not_of("0123456789.", i + 1) == close) {
-            out += "[SSS.mmm]";
-            i = close + 1;
-        } else {
-            out += s[i++];
-        }
-    }
-    return out;
-}
 
 std::string sentence(const std::string &body) {
     char buf[256];
@@ -70,7 +56,7 @@ EpoInfo decode(const std::vector<uint8_t> &bytes, std::string *out = nullptr) {
     testing::internal::CaptureStdout();
     AG33XX_GetEpoInfoByDecodeFile(&info, f.path.c_str());
     std::string text = testing::internal::GetCapturedStdout();
-    if (out) *out = masked(text);
+    if (out) *out = mask_stamps(text);
     return info;
 }
 
@@ -89,7 +75,7 @@ TEST(EpoNames, OfflineNamesGiveTypeAndDays) {
     EXPECT_EQ(days, 7);
     EXPECT_EQ(AG33XX_GetOfflineEphTypeAndDayCnt("EPO_GAL_X.DAT", &days), 2);
     EXPECT_EQ(days, 0);
-    std::string out = masked(testing::internal::GetCapturedStdout());
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_EQ(out,
               "[SSS.mmm] EPO type:0,day count:3\n[SSS.mmm] EPO type:3,day count:3\n"
               "[SSS.mmm] EPO type:1,day count:3\n[SSS.mmm] EPO type:2,day count:7\n"
@@ -115,7 +101,7 @@ TEST(EpoNames, OnlineNames) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(AG33XX_GetOnlineEphType("EPO_GPS_3_1.DAT"), -1);
     EXPECT_EQ(AG33XX_GetOnlineEphType(nullptr), -1);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] Invalid EPO file name: EPO_GPS_3_1.DAT\n"
               "[SSS.mmm][ERROR] invalid Filename parameter");
 }
@@ -160,7 +146,7 @@ TEST(EpoNames, ModesFromTables) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(AG33XX_GetEpoModeFromTable(7), -1);
     EXPECT_EQ(RZ610MXXXX_GetEpoModeFromTable(4), -1);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] get mode failed with type[7][SSS.mmm][ERROR] get mode failed with "
               "type[4]");
 }
@@ -181,7 +167,7 @@ TEST(EpoNames, SystemLetters) {
     EXPECT_EQ(AG33XX_GetEpoSysShortFromEpoType(1, s, sizeof s), 258);
     EXPECT_EQ(AG33XX_GetEpoSysShortFromEpoType(4, s, sizeof s), 258);
     EXPECT_EQ(RZ610MXXXX_GetEpoSysShortFromEpoType(1, s, sizeof s), 258);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] Invalid EPO type\n[SSS.mmm][ERROR] Invalid EPO type\n"
               "[SSS.mmm][ERROR] Invalid EPO type\n");
 }
@@ -362,7 +348,7 @@ TEST(EpoDecode, InfoLinesAreFlushedAtInfoLevel) {
     info.end_time = info.start_time + 12 * 21600;
     testing::internal::CaptureStdout();
     AG33XX_PrintfEpoInfo(&info);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] [EPO INFO] Type: GPS + GLONASS\r\n"
               "[SSS.mmm][INFO] [EPO INFO] File Size: 48384\r\n"
               "[SSS.mmm][INFO] [EPO INFO] Segment: 12\r\n"
@@ -372,7 +358,7 @@ TEST(EpoDecode, InfoLinesAreFlushedAtInfoLevel) {
     info.type = 7;
     testing::internal::CaptureStdout();
     AG33XX_PrintfEpoInfo(&info);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()).substr(0, 40),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()).substr(0, 40),
               "[SSS.mmm][INFO] [EPO INFO] Type: \r\n[SSS.");
 }
 
@@ -393,7 +379,7 @@ TEST(EpoDecode, RealGpsFileWhenPresent) {
     EpoInfo info;
     testing::internal::CaptureStdout();
     AG33XX_GetEpoInfoByDecodeFile(&info, path.c_str());
-    std::string out = masked(testing::internal::GetCapturedStdout());
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_EQ(info.type, 0);
     EXPECT_EQ(info.file_size, 27648u);
     EXPECT_EQ(info.segment_count, 12u);
@@ -429,7 +415,7 @@ TEST(EpoFrame, PayloadLimits) {
     EXPECT_EQ(AG33XX_PackageBinFrame(1201, payload, 0, frame, &len), 258u);
     len = sizeof frame;
     EXPECT_EQ(AG33XX_PackageBinFrame(1201, nullptr, 4, frame, &len), 258u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] MsgTotalLen[101] is not enough\n"
               "[SSS.mmm][ERROR] Para is invalid\n[SSS.mmm][ERROR] Para is invalid\n");
 }
@@ -448,14 +434,14 @@ TEST(EpoAck, NothingOrSomethingElse) {
     EXPECT_EQ(AG33XX_CheckNmeaCmdRsp("", 0, "$PAIR590"), 512u);
     std::string other = sentence("$PAIR001,600,0");
     EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(other.c_str(), uint32_t(other.size()), "$PAIR590"), 512u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()), "[SSS.mmm][ERROR] recv nothing");
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()), "[SSS.mmm][ERROR] recv nothing");
 }
 
 TEST(EpoAck, NonZeroResult) {
     std::string nak = sentence("$PAIR001,590,1");
     testing::internal::CaptureStdout();
     EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(nak.c_str(), uint32_t(nak.size()), "$PAIR590"), 514u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] check_id: 590,check_ret:1\n");
 }
 
@@ -475,7 +461,7 @@ TEST(EpoAck, WeakChecksumComparison) {
     std::string bad = "$PAIR001,590,0*99\r\n";
     testing::internal::CaptureStdout();
     EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PAIR590"), 514u);
-    std::string out = masked(testing::internal::GetCapturedStdout());
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm][ERROR] checksum_fix: 99,checksum_cacu:"), std::string::npos) << out;
 }
 
@@ -488,7 +474,7 @@ TEST(EpoAck, Rz610Acknowledgement) {
     std::string bad = "$PVNKAIDTIME,OK*00\r\n";
     EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PVNKAIDTIME"), 272u);
     EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(ok.c_str(), uint32_t(ok.size()), "$PVNKAIDPOS"), 512u);
-    std::string out = masked(testing::internal::GetCapturedStdout());
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm][DEBUG] command execution success: $PVNKAIDTIME,OK\n"), std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][ERROR] coammand execution failed: $PVNKAIDTIME,FAIL\n"), std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][ERROR] checksum_fix: 0,checksum_cacu:"), std::string::npos);
@@ -507,7 +493,7 @@ TEST(EpoReport, RestartAndStatusReports) {
     // bare address that is the system number.
     EXPECT_EQ(AG33XX_CheckNmeaRpt(some.c_str(), uint32_t(some.size()), "$PAIR470"), 768u);
     EXPECT_EQ(AG33XX_CheckNmeaRpt(some.c_str(), uint32_t(some.size()), "$PAIR"), 512u);
-    EXPECT_EQ(masked(testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] total number of EPO data sets: 0\n"
               "[SSS.mmm][INFO] total number of EPO data sets: 96\n"
               "[SSS.mmm][INFO] total number of EPO data sets: 0\n");

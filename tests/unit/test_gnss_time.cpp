@@ -1,6 +1,7 @@
 // GNSS time, calendar and coordinate conversions, and the bit-field reader.
 #include <gtest/gtest.h>
-#include <regex.h>
+
+#include "tests/support/stamp_mask.h"
 
 #include <cstdint>
 #include <ctime>
@@ -12,24 +13,6 @@ namespace {
 
 VkDateTime dt(int y, int mo, int d, int h, int mi, int s, int ms = 0) {
     return VkDateTime{y, mo, d, h, mi, s, ms};
-}
-
-// Replaces every "[sss.mmm]" stamp by "[ddd.ddd]". POSIX regex rather than
-// <regex>: GCC 12's <regex> trips -Wmaybe-uninitialized in sanitizer builds.
-std::string mask_stamps(const std::string &s) {
-    regex_t stamp;
-    if (regcomp(&stamp, "\\[[0-9]+\\.[0-9]{3}\\]", REG_EXTENDED) != 0) return s;
-    std::string out;
-    const char *p = s.c_str();
-    regmatch_t m;
-    while (regexec(&stamp, p, 1, &m, 0) == 0) {
-        out.append(p, size_t(m.rm_so));
-        out += "[ddd.ddd]";
-        p += m.rm_eo;
-    }
-    out += p;
-    regfree(&stamp);
-    return out;
 }
 
 void expect_dt(const VkDateTime &got, const VkDateTime &want) {
@@ -250,7 +233,7 @@ TEST(ConvertGpsToUtc, EpochAndLogLine) {
     convert_gps_to_utc(0, 0.0, 0, &d);
     std::string out = testing::internal::GetCapturedStdout();
     expect_dt(d, dt(1980, 1, 6, 0, 0, 0, 0));
-    EXPECT_EQ(mask_stamps(out), "[ddd.ddd] UTC: 1980-01-06 00:00:00.000\n");
+    EXPECT_EQ(mask_stamps(out), "[SSS.mmm] UTC: 1980-01-06 00:00:00.000\n");
 }
 
 TEST(ConvertGpsToUtc, LeapSecondsAreSubtracted) {
@@ -259,7 +242,7 @@ TEST(ConvertGpsToUtc, LeapSecondsAreSubtracted) {
     convert_gps_to_utc(2300, (2.0 * 86400 + 6 * 3600 + 18) * 1000.0 + 500.0, 18, &d);
     std::string out = testing::internal::GetCapturedStdout();
     expect_dt(d, dt(2024, 2, 6, 6, 0, 0, 500));
-    EXPECT_EQ(mask_stamps(out), "[ddd.ddd] UTC: 2024-02-06 06:00:00.500\n");
+    EXPECT_EQ(mask_stamps(out), "[SSS.mmm] UTC: 2024-02-06 06:00:00.500\n");
 }
 
 TEST(ConvertGpsToUtc, FractionalMillisecondsAreTruncated) {
@@ -268,7 +251,7 @@ TEST(ConvertGpsToUtc, FractionalMillisecondsAreTruncated) {
     convert_gps_to_utc(1, 61234.9, 0, &d);
     std::string out = testing::internal::GetCapturedStdout();
     expect_dt(d, dt(1980, 1, 13, 0, 1, 1, 234));
-    EXPECT_EQ(mask_stamps(out), "[ddd.ddd] UTC: 1980-01-13 00:01:01.234\n");
+    EXPECT_EQ(mask_stamps(out), "[SSS.mmm] UTC: 1980-01-13 00:01:01.234\n");
 }
 
 TEST(ConvertGpsToUtc, RoundTripWithUtcToGps) {

@@ -4,10 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/stamp_mask.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -136,11 +137,6 @@ bool wait_input(uint64_t handle, int max_ms) {
 }
 
 bool is_open(uint64_t h) { return int64_t(h) >= 0; }
-
-std::string mask_stamps(const std::string &s) {
-    static const std::regex stamp(R"(\[[0-9]{3,}\.[0-9]{3}\])");
-    return std::regex_replace(s, stamp, "[sss.mmm]");
-}
 
 }  // namespace
 
@@ -495,7 +491,7 @@ TEST(SerialPort, EvenParityFollowsWhatTheDeviceAccepts) {
         serial_close(h);
     } else {
         EXPECT_EQ(rc, -1);
-        EXPECT_EQ(out, "[sss.mmm][ERROR] Unable to set serial port configuration\n");
+        EXPECT_EQ(out, "[SSS.mmm][ERROR] Unable to set serial port configuration\n");
         // The failure closed the port: the descriptor is gone and the
         // device can be opened again.
         errno = 0;
@@ -512,7 +508,7 @@ TEST(SerialPort, EvenParityFailureReportsAndCloses) {
     int rc = serial_CfgEvenParity(SERIAL_INVALID_HANDLE);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_EQ(rc, -1);
-    EXPECT_EQ(out, "[sss.mmm][ERROR] Unable to obtain serial port configuration\n");
+    EXPECT_EQ(out, "[SSS.mmm][ERROR] Unable to obtain serial port configuration\n");
 
     // A descriptor whose settings cannot be read: the message, and the
     // handle is closed.
@@ -522,7 +518,7 @@ TEST(SerialPort, EvenParityFailureReportsAndCloses) {
     rc = serial_CfgEvenParity(uint64_t(fd));
     out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_EQ(rc, -1);
-    EXPECT_EQ(out, "[sss.mmm][ERROR] Unable to obtain serial port configuration\n");
+    EXPECT_EQ(out, "[SSS.mmm][ERROR] Unable to obtain serial port configuration\n");
     errno = 0;
     EXPECT_EQ(fcntl(fd, F_GETFD), -1);
     EXPECT_EQ(errno, EBADF);
@@ -597,7 +593,7 @@ void run_trace_checks() {
     testing::internal::CaptureStdout();
     uint32_t n = serial_read(h, buf, sizeof buf, 100);
     expect_text("silent read", mask_stamps(testing::internal::GetCapturedStdout()),
-                "[sss.mmm][DEBUG] recv to module -- < ,ret:0\n");
+                "[SSS.mmm][DEBUG] recv to module -- < ,ret:0\n");
     if (n != 0) ++g_trace_failures;
 
     const uint8_t three[] = {0x01, 0xAB, 0xff};
@@ -605,20 +601,20 @@ void run_trace_checks() {
     testing::internal::CaptureStdout();
     n = serial_read(h, buf, sizeof buf, 2000);
     expect_text("read", mask_stamps(testing::internal::GetCapturedStdout()),
-                "[sss.mmm][DEBUG] recv to module -- < 01 AB FF ,ret:3\n");
+                "[SSS.mmm][DEBUG] recv to module -- < 01 AB FF ,ret:3\n");
     if (n != 3) ++g_trace_failures;
 
     write_all_fd(pty.master, three, 3);
     testing::internal::CaptureStdout();
     n = serial_read_until(h, buf, 3, 2000);
     expect_text("read until", mask_stamps(testing::internal::GetCapturedStdout()),
-                "[sss.mmm][DEBUG] recv to module -- < 01 ab ff ,ret:3\n");
+                "[SSS.mmm][DEBUG] recv to module -- < 01 ab ff ,ret:3\n");
     if (n != 3) ++g_trace_failures;
 
     testing::internal::CaptureStdout();
     n = serial_write(h, three, 3);
     expect_text("write", mask_stamps(testing::internal::GetCapturedStdout()),
-                "[sss.mmm][DEBUG] send to module -- < 01 ab ff \n");
+                "[SSS.mmm][DEBUG] send to module -- < 01 ab ff \n");
     if (n != 3 || read_master(pty.master, 3) != std::vector<uint8_t>(three, three + 3)) ++g_trace_failures;
 
     // 32 bytes are traced, 33 are not, in either direction.
@@ -628,7 +624,7 @@ void run_trace_checks() {
     testing::internal::CaptureStdout();
     serial_write(h, d32.data(), d32.size());
     expect_text("write 32", mask_stamps(testing::internal::GetCapturedStdout()),
-                "[sss.mmm][DEBUG] send to module -- < " + row32 + "\n");
+                "[SSS.mmm][DEBUG] send to module -- < " + row32 + "\n");
     read_master(pty.master, 32);
 
     testing::internal::CaptureStdout();

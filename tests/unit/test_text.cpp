@@ -1,6 +1,7 @@
 // Text and hex utilities and the assistance-file summary lines.
 #include <gtest/gtest.h>
-#include <regex.h>
+
+#include "tests/support/stamp_mask.h"
 
 #include <cstdint>
 #include <cstring>
@@ -10,24 +11,6 @@
 #include "toolkit/text.h"
 
 namespace {
-
-// Replaces every "[sss.mmm]" stamp by "[ddd.ddd]". POSIX regex rather than
-// <regex>: GCC 12's <regex> trips -Wmaybe-uninitialized in sanitizer builds.
-std::string mask_stamps(const std::string &s) {
-    regex_t stamp;
-    if (regcomp(&stamp, "\\[[0-9]+\\.[0-9]{3}\\]", REG_EXTENDED) != 0) return s;
-    std::string out;
-    const char *p = s.c_str();
-    regmatch_t m;
-    while (regexec(&stamp, p, 1, &m, 0) == 0) {
-        out.append(p, size_t(m.rm_so));
-        out += "[ddd.ddd]";
-        p += m.rm_eo;
-    }
-    out += p;
-    regfree(&stamp);
-    return out;
-}
 
 std::string print_info(const VkAgnssInfo &info) {
     testing::internal::CaptureStdout();
@@ -106,7 +89,7 @@ TEST(PrintfRawData, OneStampedLine) {
     testing::internal::CaptureStdout();
     printf_raw_data("send", data, 3);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
-    EXPECT_EQ(out, "[ddd.ddd] ymodem: [send](3): 01 02 AB \n");
+    EXPECT_EQ(out, "[SSS.mmm] ymodem: [send](3): 01 02 AB \n");
 }
 
 TEST(PrintfRawData, EmptyData) {
@@ -114,7 +97,7 @@ TEST(PrintfRawData, EmptyData) {
     testing::internal::CaptureStdout();
     printf_raw_data("recv", data, 0);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
-    EXPECT_EQ(out, "[ddd.ddd] ymodem: [recv](0): \n");
+    EXPECT_EQ(out, "[SSS.mmm] ymodem: [recv](0): \n");
 }
 
 TEST(PrintfRawData, FullBlock) {
@@ -129,7 +112,7 @@ TEST(PrintfRawData, FullBlock) {
     testing::internal::CaptureStdout();
     printf_raw_data("blk", data.data(), uint32_t(data.size()));
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
-    EXPECT_EQ(out, "[ddd.ddd] ymodem: [blk](133): " + expected_hex + "\n");
+    EXPECT_EQ(out, "[SSS.mmm] ymodem: [blk](133): " + expected_hex + "\n");
 }
 
 // ---- counting and paths ------------------------------------------------------------
@@ -211,12 +194,12 @@ TEST(PrintfAgnssInfo, SampleRecordPrintsSixExactLines) {
     info.start_gps_s = 2300ull * 604800 + 196207;
     info.end_gps_s = 2300ull * 604800 + 455407;
     EXPECT_EQ(print_info(info),
-              "[ddd.ddd][INFO] [EPO INFO] Type: GPS + GLONASS \r\n"
-              "[ddd.ddd][INFO] [EPO INFO] File Size: 27648\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] Segment: 12\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] Valid Days: 3.00\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] GPST: (Week 2300 Tow 196207)~(Week 2300 Tow 455407)\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] UTC: (2024-02-06 06:00:00)~(2024-02-09 06:00:00)\n");
+              "[SSS.mmm][INFO] [EPO INFO] Type: GPS + GLONASS \r\n"
+              "[SSS.mmm][INFO] [EPO INFO] File Size: 27648\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] Segment: 12\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] Valid Days: 3.00\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] GPST: (Week 2300 Tow 196207)~(Week 2300 Tow 455407)\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] UTC: (2024-02-06 06:00:00)~(2024-02-09 06:00:00)\n");
 }
 
 TEST(PrintfAgnssInfo, UtcLineShowsHoursOnlyAcrossTheYear) {
@@ -229,12 +212,12 @@ TEST(PrintfAgnssInfo, UtcLineShowsHoursOnlyAcrossTheYear) {
     info.start_gps_s = 2295ull * 604800 + 86399;
     info.end_gps_s = 2295ull * 604800 + 278434;
     EXPECT_EQ(print_info(info),
-              "[ddd.ddd][INFO] [EPO INFO] Type: GPS \r\n"
-              "[ddd.ddd][INFO] [EPO INFO] File Size: 9216\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] Segment: 4\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] Valid Days: 2.25\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] GPST: (Week 2295 Tow 86399)~(Week 2295 Tow 278434)\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] UTC: (2023-12-31 23:00:00)~(2024-01-03 05:00:00)\n");
+              "[SSS.mmm][INFO] [EPO INFO] Type: GPS \r\n"
+              "[SSS.mmm][INFO] [EPO INFO] File Size: 9216\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] Segment: 4\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] Valid Days: 2.25\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] GPST: (Week 2295 Tow 86399)~(Week 2295 Tow 278434)\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] UTC: (2023-12-31 23:00:00)~(2024-01-03 05:00:00)\n");
 }
 
 TEST(PrintfAgnssInfo, WeekBoundaryAndNoLeapSeconds) {
@@ -247,12 +230,12 @@ TEST(PrintfAgnssInfo, WeekBoundaryAndNoLeapSeconds) {
     info.start_gps_s = 2300ull * 604800 + 590400;
     info.end_gps_s = 2301ull * 604800 + 3600;
     EXPECT_EQ(print_info(info),
-              "[ddd.ddd][INFO] [EPO INFO] Type: GPS + BDS \r\n"
-              "[ddd.ddd][INFO] [EPO INFO] File Size: 0\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] Segment: 0\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] Valid Days: 0.00\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] GPST: (Week 2300 Tow 590400)~(Week 2301 Tow 3600)\r\n"
-              "[ddd.ddd][INFO] [EPO INFO] UTC: (2024-02-10 20:00:00)~(2024-02-11 01:00:00)\n");
+              "[SSS.mmm][INFO] [EPO INFO] Type: GPS + BDS \r\n"
+              "[SSS.mmm][INFO] [EPO INFO] File Size: 0\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] Segment: 0\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] Valid Days: 0.00\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] GPST: (Week 2300 Tow 590400)~(Week 2301 Tow 3600)\r\n"
+              "[SSS.mmm][INFO] [EPO INFO] UTC: (2024-02-10 20:00:00)~(2024-02-11 01:00:00)\n");
 }
 
 TEST(PrintfAgnssInfo, EpochStartPrintsGpsEpochDate) {
@@ -262,32 +245,32 @@ TEST(PrintfAgnssInfo, EpochStartPrintsGpsEpochDate) {
 }
 
 TEST(PrintfAgnssInfo, EmptyMaskIsInvalid) {
-    EXPECT_EQ(type_line(0), "[ddd.ddd][INFO] [EPO INFO] Type: INVALID\r\n");
+    EXPECT_EQ(type_line(0), "[SSS.mmm][INFO] [EPO INFO] Type: INVALID\r\n");
 }
 
 TEST(PrintfAgnssInfo, AllFourSystemsWithOneTrailingBlank) {
-    EXPECT_EQ(type_line(15), "[ddd.ddd][INFO] [EPO INFO] Type: GPS + GLONASS + GALILEO + BDS \r\n");
+    EXPECT_EQ(type_line(15), "[SSS.mmm][INFO] [EPO INFO] Type: GPS + GLONASS + GALILEO + BDS \r\n");
 }
 
 TEST(PrintfAgnssInfo, SingleSystems) {
-    EXPECT_EQ(type_line(1), "[ddd.ddd][INFO] [EPO INFO] Type: GPS \r\n");
-    EXPECT_EQ(type_line(2), "[ddd.ddd][INFO] [EPO INFO] Type: GLONASS \r\n");
-    EXPECT_EQ(type_line(4), "[ddd.ddd][INFO] [EPO INFO] Type: GALILEO \r\n");
-    EXPECT_EQ(type_line(8), "[ddd.ddd][INFO] [EPO INFO] Type: BDS \r\n");
-    EXPECT_EQ(type_line(12), "[ddd.ddd][INFO] [EPO INFO] Type: GALILEO + BDS \r\n");
+    EXPECT_EQ(type_line(1), "[SSS.mmm][INFO] [EPO INFO] Type: GPS \r\n");
+    EXPECT_EQ(type_line(2), "[SSS.mmm][INFO] [EPO INFO] Type: GLONASS \r\n");
+    EXPECT_EQ(type_line(4), "[SSS.mmm][INFO] [EPO INFO] Type: GALILEO \r\n");
+    EXPECT_EQ(type_line(8), "[SSS.mmm][INFO] [EPO INFO] Type: BDS \r\n");
+    EXPECT_EQ(type_line(12), "[SSS.mmm][INFO] [EPO INFO] Type: GALILEO + BDS \r\n");
 }
 
 TEST(PrintfAgnssInfo, BitsAboveTheFourSystemsAreIgnored) {
-    EXPECT_EQ(type_line(0x10), "[ddd.ddd][INFO] [EPO INFO] Type: INVALID\r\n");
-    EXPECT_EQ(type_line(0x11), "[ddd.ddd][INFO] [EPO INFO] Type: GPS \r\n");
+    EXPECT_EQ(type_line(0x10), "[SSS.mmm][INFO] [EPO INFO] Type: INVALID\r\n");
+    EXPECT_EQ(type_line(0x11), "[SSS.mmm][INFO] [EPO INFO] Type: GPS \r\n");
 }
 
 TEST(PrintfAgnssInfo, EveryLineIsStampedWithItsOwnEnding) {
     std::string out = print_info(info_with_mask(3));
     // Six stamped lines, five CR LF endings and a bare LF at the end.
     size_t stamps = 0;
-    for (size_t p = out.find("[ddd.ddd][INFO] [EPO INFO] "); p != std::string::npos;
-         p = out.find("[ddd.ddd][INFO] [EPO INFO] ", p + 1))
+    for (size_t p = out.find("[SSS.mmm][INFO] [EPO INFO] "); p != std::string::npos;
+         p = out.find("[SSS.mmm][INFO] [EPO INFO] ", p + 1))
         ++stamps;
     EXPECT_EQ(stamps, 6u);
     size_t crlf = 0;
