@@ -34,12 +34,7 @@ void pos_body(char *out, size_t size, double lat, double lon, double alt) {
 
 void record_body(char *out, size_t size, int mode, int prn, const uint8_t *rec) {
     int n = snprintf(out, size, "$PAIR471,%X,%X", unsigned(mode), unsigned(prn));
-    for (int w = 0; w < 18 && n > 0 && size_t(n) < size; ++w) {
-        const uint8_t *p = rec + 4 * w;
-        unsigned word = unsigned(p[0]) | unsigned(p[1]) << 8 | unsigned(p[2]) << 16 |
-                        unsigned(p[3]) << 24;
-        n += snprintf(out + n, size - size_t(n), ",%X", word);
-    }
+    epo_append_record_words(out, size, n, rec, false);
 }
 
 }  // namespace

@@ -154,6 +154,10 @@ uint32_t epo_check_pair_ack(const char *buf, uint32_t len, const char *address, 
 uint32_t epo_check_pair_report(const char *buf, uint32_t len, const char *expected, uint32_t current);
 uint32_t epo_check_pvnk_ack(const char *buf, uint32_t len, const char *address, uint32_t current);
 uint32_t epo_check_pvnk_report(const char *buf, uint32_t len, const char *expected, uint32_t current);
+// Appends a record's 18 little-endian words to the text of length len in out,
+// each as ",%X" or, with fixed_width, ",%08X".
+void epo_append_record_words(char *out, size_t size, int len, const uint8_t *record,
+                             bool fixed_width);
 // The weak checksum comparison of acknowledgements: both texts read as decimal.
 bool epo_checksum_matches(const char *body, const char *received);
 

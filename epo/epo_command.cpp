@@ -73,6 +73,16 @@ bool type_in(int32_t type, const int32_t *types, int count) {
 
 }  // namespace
 
+void epo_append_record_words(char *out, size_t size, int len, const uint8_t *record,
+                             bool fixed_width) {
+    for (int w = 0; w < 18 && len > 0 && size_t(len) < size; ++w) {
+        const uint8_t *p = record + 4 * w;
+        unsigned word = unsigned(p[0]) | unsigned(p[1]) << 8 | unsigned(p[2]) << 16 |
+                        unsigned(p[3]) << 24;
+        len += snprintf(out + len, size - size_t(len), fixed_width ? ",%08X" : ",%X", word);
+    }
+}
+
 bool epo_checksum_matches(const char *body, const char *received) {
     // Both texts are read as decimal numbers, so only their leading decimal
     // digits take part: "3A" and "3b" both read as 3 and pass.

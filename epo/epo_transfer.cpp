@@ -45,39 +45,58 @@ uint32_t send_marker(uint64_t port, const char *letter, uint32_t len, int bin_ty
     return epo_send_begin_end(port, payload, len, bin_type);
 }
 
+// Sends count records from offset as data frames, with progress against size
+// after each. A frame that fails ends the batch with its code (after its
+// message). A read that brings nothing, or a failed end frame (sent, when
+// end_letter is given, as soon as the progress is exactly 100), ends the
+// whole file: *fatal is then set.
+uint32_t send_records(uint64_t port, FILE *f, long offset, int count, const char *name,
+                      uint32_t size, uint32_t *sent, const char *end_letter, bool *fatal) {
+    uint8_t rec[EPO_RECORD_SIZE];
+    *fatal = false;
+    fseek(f, offset, SEEK_SET);
+    for (int r = 0; r < count; ++r) {
+        size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
+        if (n == 0) {
+            vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+            *fatal = true;
+            return EPO_ERR_READ;
+        }
+        uint32_t ret = send_data_frame(port, rec, uint32_t(n));
+        if (ret != 0) {
+            vk_log("[ERROR] send %s failed\n", name);
+            return ret;
+        }
+        *sent += uint32_t(n);
+        float p = percent(*sent, size);
+        if (end_letter && p == 100.0f && (ret = send_marker(port, end_letter, 1, BIN_END)) != 0) {
+            *fatal = true;
+            return ret;
+        }
+        print_progress(p);
+    }
+    return 0;
+}
+
 // The offline GPS+GLONASS file: every GPS half-segment between "G" markers,
 // then every GLONASS half-segment between "R" markers.
 uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t size, int32_t days) {
     const int segments = 4 * days;
     const uint32_t gps_total = uint32_t(days) * 4 * EPO_GPS_SEGMENT;
-    uint8_t rec[EPO_RECORD_SIZE];
     uint32_t sent = 0;
     uint32_t result = 0;
     uint32_t cut_short = 0;  // the failure that kept a GPS segment from going out whole
+    bool fatal = false;
     bool switched = false;
 
     for (int i = 0; i < segments && !switched; ++i) {
         if (i == 0 && (result = send_marker(port, "G", 1, BIN_BEGIN)) != 0) return result;
-        fseek(f, long(i) * EPO_GR_SEGMENT, SEEK_SET);
-        bool last_ok = false;
-        for (int r = 0; r < 32; ++r) {
-            size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
-            if (n == 0) {
-                vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
-                return EPO_ERR_READ;
-            }
-            result = send_data_frame(port, rec, uint32_t(n));
-            if (result != 0) {
-                vk_log("[ERROR] send %s failed\n", name);
-                cut_short = result;
-                last_ok = false;
-                break;  // the rest of this segment is abandoned
-            }
-            sent += uint32_t(n);
-            last_ok = true;
-            print_progress(percent(sent, size));
-        }
-        if (last_ok && sent == gps_total) {
+        result = send_records(port, f, long(i) * EPO_GR_SEGMENT, 32, name, size, &sent, nullptr,
+                              &fatal);
+        if (fatal) return result;
+        if (result != 0) {
+            cut_short = result;  // the rest of this segment is abandoned
+        } else if (sent == gps_total) {
             if ((result = send_marker(port, "G", 1, BIN_END)) != 0) return result;
             switched = true;
         }
@@ -88,23 +107,10 @@ uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t si
 
     for (int i = 0; i < segments; ++i) {
         if (i == 0 && (result = send_marker(port, "R", 1, BIN_BEGIN)) != 0) return result;
-        fseek(f, long((i + 1) * 32 + i * 24) * EPO_RECORD_SIZE, SEEK_SET);
-        for (int r = 0; r < 24; ++r) {
-            size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
-            if (n == 0) {
-                vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
-                return EPO_ERR_READ;
-            }
-            result = send_data_frame(port, rec, uint32_t(n));
-            if (result != 0) {
-                vk_log("[ERROR] send %s failed\n", name);
-                break;  // abandon this segment; the pass goes on with the next
-            }
-            sent += uint32_t(n);
-            float p = percent(sent, size);
-            if (p == 100.0f && (result = send_marker(port, "R", 1, BIN_END)) != 0) return result;
-            print_progress(p);
-        }
+        // A failed frame abandons its segment only; the result is the last frame's.
+        result = send_records(port, f, long((i + 1) * 32 + i * 24) * EPO_RECORD_SIZE, 24, name,
+                              size, &sent, "R", &fatal);
+        if (fatal) return result;
     }
     return result;
 }
