@@ -6,8 +6,10 @@
 // sim.cpp feeds it byte by byte, records the units it reports and writes the
 // answers with the faults applied (a model with a memory, such as the EPO
 // receivers, also hears through commit which units were taken and fills its
-// own fields of the record). A new platform adds one model_<name>.cpp
-// beside model_dw2207b.cpp and one line in the table of sim_find_model.
+// own fields of the record). The sentences and the start of a frame are
+// parsed the same way for every model (sim/sentence.h); a model brings its
+// frames and its answers. A new platform adds one model_<name>.cpp beside
+// model_dw2207b.cpp and one line in the table of sim_find_model.
 #pragma once
 
 #include <cstdint>

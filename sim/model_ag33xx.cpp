@@ -33,8 +33,6 @@
 // Sentences of other talkers ("$GPGGA", "$PVNK...") are recorded and not
 // answered. Binary frames: see model_epo.h.
 
-#include <cstdio>
-
 #include "sim/model_epo.h"
 
 namespace {
@@ -47,7 +45,7 @@ bool is_pair_address(const std::string &a) {
 }
 
 std::string ack(const std::string &number, int result) {
-    return epo_sim_sentence("PAIR001," + number + "," + std::to_string(result));
+    return sim_sentence_of("PAIR001," + number + "," + std::to_string(result));
 }
 
 std::string refusal_of(const std::string &address) {
@@ -70,69 +68,34 @@ bool all_ints(const std::vector<std::string> &f, size_t from) {
     return true;
 }
 
-bool all_numbers(const std::vector<std::string> &f, size_t from) {
-    for (size_t i = from; i < f.size(); ++i)
-        if (!epo_sim_number(f[i])) return false;
-    return true;
-}
-
 // "$PAIR471,<mode>,<prn>,<18 words>", every field hexadecimal.
-bool take_record(const std::vector<std::string> &f, EpoEffect *e, char *note, size_t note_size) {
+bool take_record(const std::vector<std::string> &f, EpoAnswer *a) {
     if (f.size() != 21) return false;
-    uint32_t mode = 0, prn = 0, words[18];
+    uint32_t mode = 0, prn = 0;
     if (!epo_sim_hex32(f[1], 1, 8, &mode) || !epo_sim_hex32(f[2], 1, 8, &prn)) return false;
-    for (int w = 0; w < 18; ++w)
-        if (!epo_sim_hex32(f[size_t(3 + w)], 1, 8, &words[w])) return false;
-    e->kind = EpoEffectKind::Record;
-    e->record = epo_sim_record_of_words(words);
-    e->system = mode <= 3 ? int(mode) : -1;
-    int32_t want = epo_sim_prn(int32_t(mode), e->record[3]);
-    e->prn_error = int32_t(prn) != want;
-    if (e->prn_error) {
-        std::snprintf(note, note_size, " (PRN %d, SVID %u gives %d)", int32_t(prn), unsigned(e->record[3]), want);
-    }
-    return true;
+    return epo_sim_take_record(f, 1, mode <= 3 ? int(mode) : -1, int32_t(mode), int32_t(prn), a);
 }
 
-void sentence(const EpoSimState *st, const std::string &body, SimUnit *u, EpoEffect *e) {
-    std::vector<std::string> f = epo_sim_split(body, ',');
-    const std::string &address = f[0];
-    if (!is_pair_address(address)) {
-        u->describe = "sentence not for this receiver $" + body;
-        return;
-    }
-    const std::string number = address.substr(4);
-    u->refusal = ack(number, 1);
-    std::string reply;
-    char note[96] = "";
-    bool ok = false;
+// f[0] is a "PAIR<nnn>" address.
+bool command(const EpoSimState *st, const std::vector<std::string> &f, EpoAnswer *a) {
+    const std::string number = f[0].substr(4);
+    a->reply = ack(number, 0);
     if (number == "004" || number == "005" || number == "006" || number == "007") {
-        ok = f.size() == 1;
-        reply = ack(number, 0) + epo_sim_sentence("PAIR011," + number + ",0");
-    } else if (number == "590") {
-        ok = f.size() == 7 && all_ints(f, 1);
-        reply = ack(number, 0);
-    } else if (number == "600") {
-        ok = f.size() == 8 && all_numbers(f, 1);
-        reply = ack(number, 0);
-    } else if (number == "472") {
-        ok = f.size() == 1;
-        if (ok) e->kind = EpoEffectKind::Clear;
-        reply = ack(number, 0);
-    } else if (number == "471") {
-        ok = take_record(f, e, note, sizeof note);
-        reply = ack(number, 0);
-    } else if (number == "470") {
-        long system = 0;
-        ok = f.size() == 2 && epo_sim_int(f[1], &system);
-        if (ok) reply = epo_sim_sentence("PAIR470," + f[1] + "," + std::to_string(epo_sim_stored(st, system)));
+        a->reply += sim_sentence_of("PAIR011," + number + ",0");
+        return f.size() == 1;
     }
-    if (!ok) *e = EpoEffect();
-    u->reply = ok ? reply : u->refusal;
-    u->describe = "sentence $" + body + note + (ok ? "" : " (malformed or unknown: refused)");
+    if (number == "590") return f.size() == 7 && all_ints(f, 1);
+    if (number == "600") return f.size() == 8 && epo_sim_numbers(f, 1);
+    if (number == "472") {
+        a->effect.kind = EpoEffectKind::Clear;
+        return f.size() == 1;
+    }
+    if (number == "471") return take_record(f, a);
+    if (number == "470") return epo_sim_status(st, f, a);
+    return false;
 }
 
-const EpoSimDialect kDialect = {"ag33xx", "PAIR471", sentence, refusal_of, letter_system};
+const EpoSimDialect kDialect = {"ag33xx", "PAIR471", command, refusal_of, letter_system};
 
 void *create() { return epo_sim_create(&kDialect); }
 

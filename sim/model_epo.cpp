@@ -1,24 +1,20 @@
-// Shared parts of the EPO receiver models: the unit parser (sentences and
-// binary frames), the binary acknowledgement, the receiver's record memory and
-// the small text helpers both dialects use.
+// Shared parts of the EPO receiver models: the binary frames (the sentences
+// are split by sim/sentence.h, the frame start byte being 0x04), what a
+// sentence gets before and after the platform judges it, the binary
+// acknowledgement, the receiver's record memory and the small text helpers
+// both dialects use.
 //
-// Parsing rules:
-// - '$' starts a sentence; a line feed ends it. It is good when it reads
-//   "$<body>*HH\r\n", HH two upper-case hex digits equal to the XOR of the
-//   body's characters; a bad one is refused by the platform's refusal for its
-//   address (or not answered when the address is not the platform's).
-// - A sentence cut short (by another '$', by 0x04, by any other byte that is
-//   neither printable nor CR, or by running past 1024 bytes) is a damaged
-//   piece: counted as a bad checksum, not recorded, not answered.
+// Parsing rules of the frames:
 // - 0x04 outside a sentence starts a binary frame. When the next byte is not
 //   0x24, or the length field is beyond 512, the start was stray: it is
 //   counted as a bad frame (not recorded, not answered). After a missing
 //   0x24 the byte that broke the start is looked at again (it may be the
 //   0x04 of the real frame); a header with a length beyond 512 is dropped
 //   whole.
-// - Anything else between units is ignored (it still lands in the raw record).
+// - A good sentence is refused by the platform's refusal for its address (or
+//   not answered when the address is not the platform's).
 //
-// Checksums are computed here rather than taken from the tool's toolkit so
+// Check values are computed here rather than taken from the tool's toolkit so
 // that the receiver judges the tool's check values independently.
 
 #include "sim/model_epo.h"
@@ -28,17 +24,9 @@
 
 #include "sim/sim.h"
 
-namespace {
-
-enum class Parse { Idle, Sentence, Frame };
-
-}  // namespace
-
 struct EpoSimState {
     const EpoSimDialect *dialect = nullptr;
-    Parse parse = Parse::Idle;
-    std::vector<uint8_t> buf;
-    size_t frame_total = 0;  // known once the length field is in
+    SimInput in;
 
     EpoEffect pending;       // the effect of the unit last completed, until its commit
 
@@ -51,12 +39,6 @@ struct EpoSimState {
 
 namespace {
 
-int hex_upper(uint8_t c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 int hex_any(char c) {
     if (c >= '0' && c <= '9') return c - '0';
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
@@ -64,110 +46,80 @@ int hex_any(char c) {
     return -1;
 }
 
-std::string printable(const std::vector<uint8_t> &bytes) {
-    std::string out;
-    for (uint8_t c : bytes) {
-        if (c == '\r' || c == '\n') continue;
-        if (c >= 0x20 && c <= 0x7E) {
-            out += char(c);
-        } else {
-            char hex[8];
-            std::snprintf(hex, sizeof hex, "\\x%02X", c);
-            out += hex;
+std::vector<std::string> split(const std::string &body, char sep) {
+    std::vector<std::string> out;
+    size_t from = 0;
+    for (;;) {
+        size_t at = body.find(sep, from);
+        if (at == std::string::npos) {
+            out.push_back(body.substr(from));
+            return out;
         }
+        out.push_back(body.substr(from, at - from));
+        from = at + 1;
     }
-    return out;
-}
-
-// The body of "$<body>*HH\r\n" when the sentence is good; empty otherwise.
-// *guess is the text a receiver would take as the body anyway (up to '*' or
-// the line end), for choosing the refusal of a bad one.
-bool sentence_body(const std::vector<uint8_t> &s, std::string *body, std::string *guess) {
-    size_t star = 1;
-    while (star < s.size() && s[star] != '*') ++star;
-    size_t end = star;
-    if (end == s.size()) {
-        end = 1;
-        while (end < s.size() && s[end] != '\r' && s[end] != '\n') ++end;
-    }
-    guess->assign(s.begin() + 1, s.begin() + long(end));
-    if (star == s.size() || star + 5 != s.size()) return false;
-    if (s[star + 3] != '\r' || s[star + 4] != '\n') return false;
-    int hi = hex_upper(s[star + 1]);
-    int lo = hex_upper(s[star + 2]);
-    if (hi < 0 || lo < 0) return false;
-    uint8_t x = 0;
-    for (size_t i = 1; i < star; ++i) x ^= s[i];
-    if (x != uint8_t(hi * 16 + lo)) return false;
-    *body = *guess;
-    return true;
 }
 
 std::string address_of(const std::string &body) { return body.substr(0, body.find(',')); }
 
-void clear_unit(SimUnit *u) {
-    u->reply.clear();
-    u->refusal.clear();
-    u->transfer = false;
+// The 13-byte acknowledgement of a frame id with a result (0 accept, 1 refuse).
+std::string bin_ack(uint16_t id, uint16_t result) {
+    uint8_t a[13] = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, uint8_t(id & 0xFF), uint8_t(id >> 8),
+                     uint8_t(result & 0xFF), uint8_t(result >> 8), 0, 0xAA, 0x44};
+    uint8_t x = 0;
+    for (int i = 2; i < 10; ++i) x ^= a[i];
+    a[10] = x;
+    return std::string(reinterpret_cast<const char *>(a), sizeof a);
 }
 
-void finish_sentence(EpoSimState *st, SimUnit *u) {
-    const EpoSimDialect *d = st->dialect;
-    u->kind = SimUnitKind::Sentence;
-    u->bytes = st->buf;
-    u->record = true;
-    clear_unit(u);
-    st->pending = EpoEffect();
-    std::string body, guess;
-    u->good = sentence_body(st->buf, &body, &guess);
-    u->transfer = address_of(guess) == d->record_address;
-    if (u->good) {
-        d->sentence(st, body, u, &st->pending);
-    } else {
-        u->refusal = d->refusal_of(address_of(guess));
-        u->reply = u->refusal;
-        u->describe = "sentence with bad checksum " + printable(st->buf);
+// PRN of a record's SVID by the rule of the EPO type `key` (see
+// epo_sim_take_record).
+int32_t prn_of(int32_t key, uint8_t svid) {
+    const int32_t s = svid;
+    switch (key) {
+        case 0: return s;
+        case 1: return s - 64;
+        case 2: return s == 255 ? 255 : s - 100;
+        case 3: return s == 255 ? 255 : (s < 200 ? s - 135 : s - 200);
+        default: return 0;
     }
-    st->buf.clear();
-    st->parse = Parse::Idle;
 }
 
-// A sentence that never reached its line end.
-void damaged_sentence(EpoSimState *st, SimUnit *u, const char *why) {
-    u->kind = SimUnitKind::Sentence;
-    u->bytes = st->buf;
-    u->record = false;
-    u->good = false;
-    clear_unit(u);
+// A good sentence: the platform answers it when it is addressed to it.
+void answer_sentence(EpoSimState *st, const std::string &body, SimUnit *u) {
+    const std::vector<std::string> f = split(body, ',');
+    u->refusal = st->dialect->refusal_of(f[0]);
+    if (u->refusal.empty()) {
+        u->describe = "sentence not for this receiver $" + body;
+        return;
+    }
+    EpoAnswer a;
+    const bool ok = st->dialect->command(st, f, &a);
+    if (ok) st->pending = std::move(a.effect);
+    u->reply = ok ? a.reply : u->refusal;
+    u->describe = "sentence $" + body + a.note + (ok ? "" : " (malformed or unknown: refused)");
+}
+
+void sentence(void *owner, SimUnit *u) {
+    EpoSimState *st = static_cast<EpoSimState *>(owner);
+    const std::vector<uint8_t> &s = st->in.buf;
+    const std::string head = sim_sentence_head(s);
+    sim_unit_init(u, SimUnitKind::Sentence, s, true, sim_sentence_good(s));
+    u->transfer = address_of(head) == st->dialect->record_address;
     st->pending = EpoEffect();
-    u->describe = std::string("damaged sentence (") + why + ") " + printable(st->buf);
-    st->buf.clear();
-    st->parse = Parse::Idle;
+    if (u->good) {
+        answer_sentence(st, head, u);
+    } else {
+        u->refusal = st->dialect->refusal_of(address_of(head));
+        u->reply = u->refusal;
+        u->describe = "sentence with bad checksum " + sim_printable(s);
+    }
 }
 
 // A 0x04 that did not start a frame after all.
-void stray_frame_start(EpoSimState *st, SimUnit *u, const char *why) {
-    u->kind = SimUnitKind::Frame;
-    u->bytes = st->buf;
-    u->record = false;
-    u->good = false;
-    clear_unit(u);
-    st->pending = EpoEffect();
-    u->describe = std::string("damaged EPO frame start (") + why + ") " + printable(st->buf);
-    st->buf.clear();
-    st->parse = Parse::Idle;
-}
-
-// Idle: a byte may start a unit; never completes one.
-void idle_byte(EpoSimState *st, uint8_t b) {
-    if (b == '$') {
-        st->buf.assign(1, b);
-        st->parse = Parse::Sentence;
-    } else if (b == 0x04) {
-        st->buf.assign(1, b);
-        st->frame_total = 0;
-        st->parse = Parse::Frame;
-    }
+void stray_frame_start(const std::vector<uint8_t> &bytes, SimUnit *u, const char *why) {
+    sim_unit_init(u, SimUnitKind::Frame, bytes, false, false);
+    u->describe = std::string("damaged EPO frame start (") + why + ") " + sim_printable(bytes);
 }
 
 const char *frame_name(uint16_t id) {
@@ -180,7 +132,7 @@ const char *frame_name(uint16_t id) {
 }
 
 void finish_frame(EpoSimState *st, SimUnit *u) {
-    const std::vector<uint8_t> &f = st->buf;
+    const std::vector<uint8_t> &f = st->in.buf;
     const uint16_t id = uint16_t(f[2] | f[3] << 8);
     const size_t len = size_t(f[4] | f[5] << 8);
     uint8_t x = 0;
@@ -188,13 +140,9 @@ void finish_frame(EpoSimState *st, SimUnit *u) {
     const bool check_ok = x == f[6 + len];
     const bool tail_ok = f[7 + len] == 0xAA && f[8 + len] == 0x44;
 
-    u->kind = SimUnitKind::Frame;
-    u->bytes = f;
-    u->record = true;
-    u->good = check_ok && tail_ok;
-    clear_unit(u);
+    sim_unit_init(u, SimUnitKind::Frame, f, true, check_ok && tail_ok);
     st->pending = EpoEffect();
-    u->refusal = epo_sim_bin_ack(id, 1);
+    u->refusal = bin_ack(id, 1);
 
     char text[160];
     if (!u->good) {
@@ -202,8 +150,6 @@ void finish_frame(EpoSimState *st, SimUnit *u) {
                       f.size(), check_ok ? "a bad tail" : "a bad check value");
         u->reply = u->refusal;
         u->describe = text;
-        st->buf.clear();
-        st->parse = Parse::Idle;
         return;
     }
 
@@ -233,11 +179,35 @@ void finish_frame(EpoSimState *st, SimUnit *u) {
         std::snprintf(text, sizeof text, "EPO frame with unknown id %u (%zu-byte payload), refused", unsigned(id),
                       len);
     }
-    u->reply = ok ? epo_sim_bin_ack(id, 0) : u->refusal;
+    u->reply = ok ? bin_ack(id, 0) : u->refusal;
     u->describe = text;
-    st->buf.clear();
-    st->parse = Parse::Idle;
 }
+
+SimFrameStep frame_byte(void *owner, uint8_t b, SimUnit *u) {
+    EpoSimState *st = static_cast<EpoSimState *>(owner);
+    SimInput &in = st->in;
+    if (in.buf.size() == 2 && b != 0x24) {
+        stray_frame_start(std::vector<uint8_t>(in.buf.begin(), in.buf.end() - 1), u, "no 0x24 after 0x04");
+        return SimFrameStep::DoneRescan;
+    }
+    if (in.buf.size() == 6) {
+        size_t len = size_t(in.buf[4] | in.buf[5] << 8);
+        if (len > EPO_SIM_MAX_PAYLOAD) {
+            // No frame of this receiver is that long: the header is
+            // dropped whole and parsing starts afresh after it.
+            stray_frame_start(in.buf, u, "length beyond 512");
+            return SimFrameStep::Done;
+        }
+        in.frame_total = len + 9;
+    }
+    if (in.frame_total > 0 && in.buf.size() == in.frame_total) {
+        finish_frame(st, u);
+        return SimFrameStep::Done;
+    }
+    return SimFrameStep::More;
+}
+
+const SimInputHooks kHooks = {sentence, frame_byte};
 
 // Appends the marker of an accepted begin/end frame to the record.
 void add_marker(EpoSimState *st, SimRecord *rec, const char *what, char letter) {
@@ -248,28 +218,6 @@ void add_marker(EpoSimState *st, SimRecord *rec, const char *what, char letter) 
 
 }  // namespace
 
-std::string epo_sim_sentence(const std::string &body) {
-    uint8_t x = 0;
-    for (char c : body) x ^= uint8_t(c);
-    char trailer[8];
-    std::snprintf(trailer, sizeof trailer, "*%02X\r\n", x);
-    return "$" + body + trailer;
-}
-
-std::vector<std::string> epo_sim_split(const std::string &body, char sep) {
-    std::vector<std::string> out;
-    size_t from = 0;
-    for (;;) {
-        size_t at = body.find(sep, from);
-        if (at == std::string::npos) {
-            out.push_back(body.substr(from));
-            return out;
-        }
-        out.push_back(body.substr(from, at - from));
-        from = at + 1;
-    }
-}
-
 bool epo_sim_int(const std::string &text, long *out) {
     size_t i = text.size() > 0 && text[0] == '-' ? 1 : 0;
     if (i == text.size() || text.size() - i > 10) return false;
@@ -279,13 +227,17 @@ bool epo_sim_int(const std::string &text, long *out) {
     return true;
 }
 
-bool epo_sim_number(const std::string &text) {
-    // Read as the receiver's firmware reads it, with strtod: the whole field
+bool epo_sim_numbers(const std::vector<std::string> &f, size_t from) {
+    // Read as the receiver's firmware reads them, with strtod: the whole field
     // must be a number, and "nan" or "inf" are numbers to it as well.
-    if (text.empty() || text[0] == ' ') return false;
-    char *end = nullptr;
-    std::strtod(text.c_str(), &end);
-    return end == text.c_str() + text.size();
+    for (size_t i = from; i < f.size(); ++i) {
+        const std::string &text = f[i];
+        if (text.empty() || text[0] == ' ') return false;
+        char *end = nullptr;
+        std::strtod(text.c_str(), &end);
+        if (end != text.c_str() + text.size()) return false;
+    }
+    return true;
 }
 
 bool epo_sim_hex32(const std::string &text, size_t min_digits, size_t max_digits, uint32_t *out) {
@@ -300,42 +252,40 @@ bool epo_sim_hex32(const std::string &text, size_t min_digits, size_t max_digits
     return true;
 }
 
-int32_t epo_sim_prn(int32_t key, uint8_t svid) {
-    const int32_t s = svid;
-    switch (key) {
-        case 0: return s;
-        case 1: return s - 64;
-        case 2: return s == 255 ? 255 : s - 100;
-        case 3: return s == 255 ? 255 : (s < 200 ? s - 135 : s - 200);
-        default: return 0;
-    }
+bool epo_sim_status(const EpoSimState *st, const std::vector<std::string> &f, EpoAnswer *a) {
+    long system = 0;
+    if (f.size() != 2 || !epo_sim_int(f[1], &system)) return false;
+    const uint32_t count = system >= 0 && system < EPO_SIM_SYSTEMS ? st->stored[system] : 0;
+    a->reply = sim_sentence_of(f[0] + "," + f[1] + "," + std::to_string(count));
+    return true;
 }
 
-uint32_t epo_sim_stored(const EpoSimState *st, long system) {
-    if (system < 0 || system >= EPO_SIM_SYSTEMS) return 0;
-    return st->stored[system];
-}
-
-std::string epo_sim_bin_ack(uint16_t id, uint16_t result) {
-    uint8_t a[13] = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, uint8_t(id & 0xFF), uint8_t(id >> 8),
-                     uint8_t(result & 0xFF), uint8_t(result >> 8), 0, 0xAA, 0x44};
-    uint8_t x = 0;
-    for (int i = 2; i < 10; ++i) x ^= a[i];
-    a[10] = x;
-    return std::string(reinterpret_cast<const char *>(a), sizeof a);
-}
-
-std::vector<uint8_t> epo_sim_record_of_words(const uint32_t *words) {
-    std::vector<uint8_t> rec(EPO_SIM_RECORD_SIZE);
+bool epo_sim_take_record(const std::vector<std::string> &f, size_t word_digits, int system, int32_t prn_key,
+                         long prn, EpoAnswer *a) {
+    uint32_t words[18];
+    for (int w = 0; w < 18; ++w)
+        if (!epo_sim_hex32(f[size_t(3 + w)], word_digits, 8, &words[w])) return false;
+    EpoEffect &e = a->effect;
+    e.kind = EpoEffectKind::Record;
+    e.record.assign(EPO_SIM_RECORD_SIZE, 0);
     for (int w = 0; w < 18; ++w) {
-        for (int b = 0; b < 4; ++b) rec[size_t(4 * w + b)] = uint8_t(words[w] >> (8 * b));
+        for (int b = 0; b < 4; ++b) e.record[size_t(4 * w + b)] = uint8_t(words[w] >> (8 * b));
     }
-    return rec;
+    e.system = system;
+    const int32_t want = prn_of(prn_key, e.record[3]);
+    e.prn_error = prn != long(want);
+    if (e.prn_error) {
+        char note[96];
+        std::snprintf(note, sizeof note, " (PRN %ld, SVID %u gives %d)", prn, unsigned(e.record[3]), want);
+        a->note = note;
+    }
+    return true;
 }
 
 void *epo_sim_create(const EpoSimDialect *dialect) {
     EpoSimState *st = new EpoSimState();
     st->dialect = dialect;
+    st->in.frame_start = 0x04;
     return st;
 }
 
@@ -343,58 +293,10 @@ void epo_sim_destroy(void *state) { delete static_cast<EpoSimState *>(state); }
 
 bool epo_sim_feed(void *state, uint8_t b, SimUnit *u) {
     EpoSimState *st = static_cast<EpoSimState *>(state);
-    switch (st->parse) {
-    case Parse::Idle:
-        idle_byte(st, b);
-        return false;
-
-    case Parse::Sentence:
-        if (b == '\n') {
-            st->buf.push_back(b);
-            finish_sentence(st, u);
-            return true;
-        }
-        if (b == '$' || b == 0x04) {
-            damaged_sentence(st, u, b == '$' ? "new '$' before the line end" : "0x04 before the line end");
-            idle_byte(st, b);
-            return true;
-        }
-        if ((b < 0x20 && b != '\r') || b > 0x7E) {
-            damaged_sentence(st, u, "binary byte before the line end");
-            return true;
-        }
-        if (st->buf.size() >= EPO_SIM_MAX_SENTENCE) {
-            damaged_sentence(st, u, "too long");
-            return true;
-        }
-        st->buf.push_back(b);
-        return false;
-
-    case Parse::Frame:
-        st->buf.push_back(b);
-        if (st->buf.size() == 2 && b != 0x24) {
-            st->buf.pop_back();
-            stray_frame_start(st, u, "no 0x24 after 0x04");
-            idle_byte(st, b);
-            return true;
-        }
-        if (st->buf.size() == 6) {
-            size_t len = size_t(st->buf[4] | st->buf[5] << 8);
-            if (len > EPO_SIM_MAX_PAYLOAD) {
-                // No frame of this receiver is that long: the header is
-                // dropped whole and parsing starts afresh after it.
-                stray_frame_start(st, u, "length beyond 512");
-                return true;
-            }
-            st->frame_total = len + 9;
-        }
-        if (st->frame_total > 0 && st->buf.size() == st->frame_total) {
-            finish_frame(st, u);
-            return true;
-        }
-        return false;
-    }
-    return false;
+    const bool done = sim_input_feed(&st->in, kHooks, st, b, u);
+    // A damaged piece changes nothing in the receiver.
+    if (done && !u->record) st->pending = EpoEffect();
+    return done;
 }
 
 void epo_sim_commit(void *state, const SimUnit &, bool refused, SimRecord *rec) {

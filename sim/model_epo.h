@@ -19,10 +19,14 @@
 // byte) is refused. A data payload of another length than 72 (the short tail
 // of an odd-sized file) is taken and kept as it came.
 //
-// The byte stream is split into units here; what a sentence means and how it
-// is answered is the platform's (an EpoSimDialect). The receiver's memory is
-// kept here too: the records it holds per system (for the status query), the
-// begin/end block it is in, and what it hands to the test record.
+// The byte stream is split into units by the shared parser (sim/sentence.h)
+// with the frames followed here. A good sentence addressed to the receiver
+// (one whose address has a refusal) goes to the platform (an EpoSimDialect),
+// which says whether it takes it, what it answers and what it changes; the
+// refusal, the log line and the sentences of other talkers are handled here.
+// The receiver's memory is kept here too: the records it holds per system
+// (for the status query), the begin/end block it is in, and what it hands to
+// the test record.
 //
 // A unit's effect on that memory (store a record, open or close a block,
 // clear) takes place only when the receiver accepts the unit: the sim decides
@@ -36,6 +40,7 @@
 #include <vector>
 
 #include "sim/model.h"
+#include "sim/sentence.h"
 
 struct SimRecord;
 struct EpoSimState;
@@ -44,7 +49,6 @@ enum {
     EPO_SIM_RECORD_SIZE = 72,
     EPO_SIM_SYSTEMS = 8,         // system numbers 0..7 are counted for the status query
     EPO_SIM_MAX_PAYLOAD = 512,   // a longer length field is a damaged header
-    EPO_SIM_MAX_SENTENCE = 1024,
 };
 
 // What an accepted unit changes in the receiver.
@@ -58,14 +62,22 @@ struct EpoEffect {
     bool prn_error = false;       // the sentence's PRN field disagrees with the record's SVID
 };
 
+// What a healthy receiver makes of a command it takes.
+struct EpoAnswer {
+    std::string reply;  // its answer
+    EpoEffect effect;   // what taking it changes
+    std::string note;   // added to the log line (e.g. a PRN that disagrees)
+};
+
 struct EpoSimDialect {
     const char *name;            // lower-case platform name, as given to --platform
     const char *record_address;  // address of the record sentence, without '$' ("PAIR471")
-    // Answers a sentence whose checksum is right. body is the text between
-    // '$' and '*'. Fills u->reply, u->refusal and u->describe, and *effect
-    // when a healthy receiver takes the command. A malformed or unknown
-    // command gets the refusal as its reply and no effect.
-    void (*sentence)(const EpoSimState *st, const std::string &body, SimUnit *u, EpoEffect *effect);
+    // A sentence with a right checksum, addressed to this receiver: fields
+    // are its body (the text between '$' and '*') split at the commas, the
+    // address first. Returns true and fills *answer when a healthy receiver
+    // takes the command; false when it is malformed or unknown (the receiver
+    // answers the refusal and nothing changes).
+    bool (*command)(const EpoSimState *st, const std::vector<std::string> &fields, EpoAnswer *answer);
     // The refusal of a command with this address (no '$'); empty when the
     // address is not one this receiver answers at all.
     std::string (*refusal_of)(const std::string &address);
@@ -74,24 +86,29 @@ struct EpoSimDialect {
 };
 
 // --- helpers for the dialects ---------------------------------------------------
-// "$<body>*HH\r\n", HH the XOR of the body's characters in upper-case hex.
-std::string epo_sim_sentence(const std::string &body);
-std::vector<std::string> epo_sim_split(const std::string &body, char sep);
+// (sim_sentence_of of sim/sentence.h builds their sentences.)
 // Decimal integer, optional '-' sign, nothing else.
 bool epo_sim_int(const std::string &text, long *out);
-// A number as strtod reads it, the whole field ("nan" and "inf" included).
-bool epo_sim_number(const std::string &text);
+// Every field from `from` on a number as strtod reads it, the whole field
+// ("nan" and "inf" included).
+bool epo_sim_numbers(const std::vector<std::string> &fields, size_t from);
 // Hexadecimal (either case) of min_digits..max_digits digits.
 bool epo_sim_hex32(const std::string &text, size_t min_digits, size_t max_digits, uint32_t *out);
-// PRN of a record's SVID by the rule of the EPO type `key`: 0 S; 1 S-64;
-// 2 S-100 (255 stays); 3 S-135 below 200, else S-200 (255 stays); other 0.
-int32_t epo_sim_prn(int32_t key, uint8_t svid);
-// Records held for a system since the last clear.
-uint32_t epo_sim_stored(const EpoSimState *st, long system);
-// The 13-byte acknowledgement of a frame id with a result (0 accept, 1 refuse).
-std::string epo_sim_bin_ack(uint16_t id, uint16_t result);
-// Rebuilds a record from 18 little-endian 32-bit words.
-std::vector<uint8_t> epo_sim_record_of_words(const uint32_t *words);
+// The status query "<address>,<sys>": answers "$<address>,<sys>,<count>*HH\r\n",
+// count the records held for that system since the last clear. False when
+// the fields are not one integer system number.
+bool epo_sim_status(const EpoSimState *st, const std::vector<std::string> &fields, EpoAnswer *answer);
+// Takes the record of a record sentence whose 21 fields are
+// "<address>,<mode>,<prn>,<w0>,..,<w17>", the words hexadecimal of
+// word_digits to 8 digits each: the record is rebuilt from its 18
+// little-endian 32-bit words and counted for `system` (-1: unknown). A `prn`
+// that is not what the PRN rule of EPO type `prn_key` makes of the record's
+// SVID S is a PRN error, and the record is still taken. The rule: type 0 S;
+// 1 S-64; 2 S-100 (255 stays); 3 S-135 below 200, else S-200 (255 stays); any
+// other 0. False, with nothing filled, when a word is not hexadecimal of that
+// size.
+bool epo_sim_take_record(const std::vector<std::string> &fields, size_t word_digits, int system, int32_t prn_key,
+                         long prn, EpoAnswer *answer);
 
 // --- the model entry points, shared by both platforms -----------------------------
 void *epo_sim_create(const EpoSimDialect *dialect);

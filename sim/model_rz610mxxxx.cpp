@@ -36,8 +36,6 @@
 // Sentences of other talkers ("$PAIR...", "$GPGGA") are recorded and not
 // answered. Binary frames: see model_epo.h.
 
-#include <cstdio>
-
 #include "sim/model_epo.h"
 
 namespace {
@@ -50,7 +48,7 @@ bool is_pvnk_address(const std::string &a) {
 }
 
 std::string verdict(const std::string &address, bool ok) {
-    return epo_sim_sentence(address + (ok ? ",OK" : ",FAIL"));
+    return sim_sentence_of(address + (ok ? ",OK" : ",FAIL"));
 }
 
 std::string refusal_of(const std::string &address) {
@@ -69,7 +67,7 @@ int letter_system(char letter) {
 }
 
 const std::string &restart_position() {
-    static const std::string s = epo_sim_sentence("GNGGA,000001.00,,,,,0,00,99.99,,,,,,");
+    static const std::string s = sim_sentence_of("GNGGA,000001.00,,,,,0,00,99.99,,,,,,");
     return s;
 }
 
@@ -82,66 +80,34 @@ bool time_fields(const std::vector<std::string> &f) {
     return true;
 }
 
-bool pos_fields(const std::vector<std::string> &f) {
-    if (f.size() != 6 || !epo_sim_int(f[1], nullptr)) return false;
-    for (size_t i = 2; i < f.size(); ++i)
-        if (!epo_sim_number(f[i])) return false;
-    return true;
-}
-
 // "$PVNKEPO,<mode>,<prn>,<18 x %08X>".
-bool take_record(const std::vector<std::string> &f, EpoEffect *e, char *note, size_t note_size) {
+bool take_record(const std::vector<std::string> &f, EpoAnswer *a) {
     if (f.size() != 21) return false;
     long mode = 0, prn = 0;
-    uint32_t words[18];
     if (!epo_sim_int(f[1], &mode) || !epo_sim_int(f[2], &prn)) return false;
-    for (int w = 0; w < 18; ++w)
-        if (!epo_sim_hex32(f[size_t(3 + w)], 8, 8, &words[w])) return false;
-    e->kind = EpoEffectKind::Record;
-    e->record = epo_sim_record_of_words(words);
-    e->system = mode >= 1 && mode <= 5 ? int(mode) : -1;
-    int32_t want = epo_sim_prn(int32_t(mode - 1), e->record[3]);
-    e->prn_error = prn != long(want);
-    if (e->prn_error) {
-        std::snprintf(note, note_size, " (PRN %ld, SVID %u gives %d)", prn, unsigned(e->record[3]), want);
-    }
-    return true;
+    return epo_sim_take_record(f, 8, mode >= 1 && mode <= 5 ? int(mode) : -1, int32_t(mode - 1), prn, a);
 }
 
-void sentence(const EpoSimState *st, const std::string &body, SimUnit *u, EpoEffect *e) {
-    std::vector<std::string> f = epo_sim_split(body, ',');
+// f[0] is a "PVNK..." address.
+bool command(const EpoSimState *st, const std::vector<std::string> &f, EpoAnswer *a) {
     const std::string &address = f[0];
-    if (!is_pvnk_address(address)) {
-        u->describe = "sentence not for this receiver $" + body;
-        return;
-    }
-    u->refusal = verdict(address, false);
-    std::string reply = verdict(address, true);
-    char note[96] = "";
-    bool ok = false;
+    a->reply = verdict(address, true);
     if (address == "PVNKHOT" || address == "PVNKWARM" || address == "PVNKCOLD") {
-        ok = f.size() == 1;
-        reply += restart_position();
-    } else if (address == "PVNKAIDTIME") {
-        ok = time_fields(f);
-    } else if (address == "PVNKAIDPOS") {
-        ok = pos_fields(f);
-    } else if (address == "PVNKEPOCLR") {
-        ok = f.size() == 1;
-        if (ok) e->kind = EpoEffectKind::Clear;
-    } else if (address == "PVNKEPO") {
-        ok = take_record(f, e, note, sizeof note);
-    } else if (address == "PVNKEPOGETSTATUS") {
-        long system = 0;
-        ok = f.size() == 2 && epo_sim_int(f[1], &system);
-        if (ok) reply = epo_sim_sentence(address + "," + f[1] + "," + std::to_string(epo_sim_stored(st, system)));
+        a->reply += restart_position();
+        return f.size() == 1;
     }
-    if (!ok) *e = EpoEffect();
-    u->reply = ok ? reply : u->refusal;
-    u->describe = "sentence $" + body + note + (ok ? "" : " (malformed or unknown: refused)");
+    if (address == "PVNKAIDTIME") return time_fields(f);
+    if (address == "PVNKAIDPOS") return f.size() == 6 && epo_sim_int(f[1], nullptr) && epo_sim_numbers(f, 2);
+    if (address == "PVNKEPOCLR") {
+        a->effect.kind = EpoEffectKind::Clear;
+        return f.size() == 1;
+    }
+    if (address == "PVNKEPO") return take_record(f, a);
+    if (address == "PVNKEPOGETSTATUS") return epo_sim_status(st, f, a);
+    return false;
 }
 
-const EpoSimDialect kDialect = {"rz610mxxxx", "PVNKEPO", sentence, refusal_of, letter_system};
+const EpoSimDialect kDialect = {"rz610mxxxx", "PVNKEPO", command, refusal_of, letter_system};
 
 void *create() { return epo_sim_create(&kDialect); }
 

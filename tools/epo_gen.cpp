@@ -2,10 +2,10 @@
 #include "tools/epo_gen.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "tools/gen_common.h"
 
 // ---------------------------------------------------------------------------
 // Kinds and names
@@ -381,13 +381,6 @@ uint32_t epogen_expected_hour(const EpoGenConfig &cfg, uint32_t i) {
 
 namespace {
 
-uint64_t splitmix64(uint64_t &state) {
-    uint64_t z = (state += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-}
-
 void put_u32(uint8_t *p, uint32_t v) {
     p[0] = static_cast<uint8_t>(v);
     p[1] = static_cast<uint8_t>(v >> 8);
@@ -408,7 +401,7 @@ void epogen_make_record(uint64_t seed, uint32_t hour, uint8_t svid, uint8_t out[
     out[3] = svid;
     uint64_t state = seed * 0xD1B54A32D192ED03ull ^ ((static_cast<uint64_t>(hour) << 8) | svid);
     for (uint32_t off = 4; off < EPO_RECORD_BYTES; off += 8) {
-        const uint64_t r = splitmix64(state);
+        const uint64_t r = gen_splitmix64(state);
         for (uint32_t b = 0; b < 8 && off + b < EPO_RECORD_BYTES; ++b)
             out[off + b] = static_cast<uint8_t>(r >> (8 * b));
     }
@@ -515,7 +508,7 @@ std::vector<uint8_t> epogen_generate(const EpoGenConfig &cfg, EpoGenStats *stats
     case EpoGenDamage::ExtraBytes: {
         uint64_t state = cfg.seed ^ 0x5EEDF111E7ull;
         for (int64_t i = 0; i < v; ++i)
-            out.push_back(static_cast<uint8_t>(splitmix64(state) >> 24));
+            out.push_back(static_cast<uint8_t>(gen_splitmix64(state) >> 24));
         break;
     }
     case EpoGenDamage::GpsInGlonassSlot: out[32 * EPO_RECORD_BYTES + 3] = static_cast<uint8_t>(v); break;
@@ -526,18 +519,7 @@ std::vector<uint8_t> epogen_generate(const EpoGenConfig &cfg, EpoGenStats *stats
 }
 
 bool epogen_write_bytes(const char *path, const std::vector<uint8_t> &bytes, std::string *err) {
-    std::FILE *f = std::fopen(path, "wb");
-    if (!f) {
-        if (err) *err = std::string("cannot open ") + path + ": " + std::strerror(errno);
-        return false;
-    }
-    const size_t n = bytes.empty() ? 0 : std::fwrite(bytes.data(), 1, bytes.size(), f);
-    const bool closed = std::fclose(f) == 0;
-    if (n != bytes.size() || !closed) {
-        if (err) *err = std::string("cannot write ") + path + ": " + std::strerror(errno);
-        return false;
-    }
-    return true;
+    return gen_write_bytes(path, bytes, err);
 }
 
 bool epogen_write_file(const EpoGenConfig &cfg, const char *path, EpoGenStats *stats,

@@ -1,12 +1,10 @@
 // vkagnss-epogen: writes a deterministic EPO (extended-orbit) file for
 // tests, demos and benchmarks.
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "tools/epo_gen.h"
+#include "tools/tool_cli.h"
 
 static void usage(std::FILE *to) {
     std::fprintf(to,
@@ -42,30 +40,7 @@ static void usage(std::FILE *to) {
         "  --help                this text\n");
 }
 
-static bool parse_u64(const char *text, uint64_t *out) {
-    if (!text || !*text || *text == '-') return false;
-    errno = 0;
-    char *end = nullptr;
-    const unsigned long long v = std::strtoull(text, &end, 0);
-    if (errno != 0 || *end != '\0') return false;
-    *out = v;
-    return true;
-}
-
-static bool parse_int(const char *text, long lo, long hi, long *out) {
-    if (!text || !*text) return false;
-    errno = 0;
-    char *end = nullptr;
-    const long v = std::strtol(text, &end, 10);
-    if (errno != 0 || *end != '\0' || v < lo || v > hi) return false;
-    *out = v;
-    return true;
-}
-
-static int bad_value(const char *opt, const char *value) {
-    std::fprintf(stderr, "vkagnss-epogen: bad value for %s: '%s'\n", opt, value ? value : "");
-    return 2;
-}
+static const char *const kFlags[] = {"--name-only", nullptr};
 
 int main(int argc, char **argv) {
     EpoGenConfig cfg;
@@ -75,73 +50,48 @@ int main(int argc, char **argv) {
     bool name_only = false;
     int name_days = 0;  // the day count an EPO_GAL_<D>.DAT name carries
 
-    for (int i = 1; i < argc; ++i) {
-        std::string opt = argv[i];
-        const char *value = nullptr;
-        const size_t eq = opt.find('=');
-        if (opt.compare(0, 2, "--") == 0 && eq != std::string::npos) {
-            value = argv[i] + eq + 1;
-            opt.resize(eq);
-        }
-        if (opt == "--help" || opt == "-h") {
-            usage(stdout);
-            return 0;
-        }
-        if (opt == "--name-only") {
+    CliArgs args = cli_args("vkagnss-epogen", usage, argc, argv, kFlags);
+    CliOption o;
+    CliRead r;
+    while ((r = cli_read(args, &o)) == CliRead::Option) {
+        const char *v = o.value;
+        bool ok = true;
+        if (o.name == "--name-only") {
             name_only = true;
-            continue;
-        }
-        if (!value) {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "vkagnss-epogen: %s needs a value\n", opt.c_str());
-                usage(stderr);
-                return 2;
+        } else if (o.name == "-o" || o.name == "--output") {
+            out_path = v;
+        } else if (o.name == "-d" || o.name == "--dir") {
+            out_dir = v;
+        } else if (o.name == "--kind") {
+            ok = epogen_parse_kind(v, &cfg.kind);
+            if (ok) {
+                have_kind = true;
+                name_days = 0;
+                epogen_kind_from_name(v, nullptr, &name_days);
             }
-            value = argv[++i];
-        }
-        long n = 0;
-        uint64_t u = 0;
-        if (opt == "-o" || opt == "--output") {
-            out_path = value;
-        } else if (opt == "-d" || opt == "--dir") {
-            out_dir = value;
-        } else if (opt == "--kind") {
-            if (!epogen_parse_kind(value, &cfg.kind)) return bad_value("--kind", value);
-            have_kind = true;
-            name_days = 0;
-            epogen_kind_from_name(value, nullptr, &name_days);
-        } else if (opt == "--days") {
-            if (!parse_int(value, 1, 10000, &n)) return bad_value("--days", value);
-            cfg.days = static_cast<int>(n);
-        } else if (opt == "--segments") {
-            if (!parse_int(value, 1, 40000, &n)) return bad_value("--segments", value);
-            cfg.segments = static_cast<int>(n);
-        } else if (opt == "--hour") {
-            if (!parse_int(value, 0, static_cast<long>(EPO_MAX_HOUR), &n)) return bad_value("--hour", value);
-            cfg.start_hour = static_cast<uint32_t>(n);
-        } else if (opt == "--seed") {
-            if (!parse_u64(value, &u)) return bad_value("--seed", value);
-            cfg.seed = u;
-        } else if (opt == "--sats") {
-            if (!epogen_parse_sat_list(value, &cfg.sats)) return bad_value("--sats", value);
-        } else if (opt == "--damage") {
-            if (!epogen_parse_damage(value, &cfg.damage)) return bad_value("--damage", value);
-        } else if (opt == "--damage-value") {
-            if (!parse_int(value, 0, 1000000000L, &n)) return bad_value("--damage-value", value);
-            cfg.damage_value = n;
+        } else if (o.name == "--days") {
+            ok = cli_parse_int(v, 1, 10000, &cfg.days);
+        } else if (o.name == "--segments") {
+            ok = cli_parse_int(v, 1, 40000, &cfg.segments);
+        } else if (o.name == "--hour") {
+            ok = cli_parse_int(v, 0, static_cast<long>(EPO_MAX_HOUR), &cfg.start_hour);
+        } else if (o.name == "--seed") {
+            ok = cli_parse_u64(v, &cfg.seed);
+        } else if (o.name == "--sats") {
+            ok = epogen_parse_sat_list(v, &cfg.sats);
+        } else if (o.name == "--damage") {
+            ok = epogen_parse_damage(v, &cfg.damage);
+        } else if (o.name == "--damage-value") {
+            ok = cli_parse_int(v, 0, 1000000000L, &cfg.damage_value);
         } else {
-            std::fprintf(stderr, "vkagnss-epogen: unknown option %s\n", opt.c_str());
-            usage(stderr);
-            return 2;
+            return cli_usage_error(args, "unknown option " + o.name);
         }
+        if (!ok) return cli_bad_value(args, o);
     }
+    if (r != CliRead::End) return cli_exit_status(r);
     if (!have_kind && out_path && epogen_kind_from_name(out_path, &cfg.kind, &name_days))
         have_kind = true;
-    if (!have_kind) {
-        std::fprintf(stderr, "vkagnss-epogen: --kind is required\n");
-        usage(stderr);
-        return 2;
-    }
+    if (!have_kind) return cli_usage_error(args, "--kind is required");
     // A Galileo name such as EPO_GAL_5.DAT (as --kind or as the output file)
     // sets the day count unless --days does.
     EpoGenKind named = EpoGenKind::Gps;
@@ -155,10 +105,7 @@ int main(int argc, char **argv) {
         std::printf("%s\n", name.c_str());
         return 0;
     }
-    if (out_path && out_dir) {
-        std::fprintf(stderr, "vkagnss-epogen: give -o FILE or -d DIR, not both\n");
-        return 2;
-    }
+    if (out_path && out_dir) return cli_fail(args, "give -o FILE or -d DIR, not both", 2);
     std::string path;
     if (out_path) {
         path = out_path;
@@ -167,17 +114,12 @@ int main(int argc, char **argv) {
         if (!path.empty() && path.back() != '/') path += '/';
         path += name;
     } else {
-        std::fprintf(stderr, "vkagnss-epogen: -o FILE or -d DIR is required\n");
-        usage(stderr);
-        return 2;
+        return cli_usage_error(args, "-o FILE or -d DIR is required");
     }
 
     std::string err;
     EpoGenStats st;
-    if (!epogen_write_file(cfg, path.c_str(), &st, &err)) {
-        std::fprintf(stderr, "vkagnss-epogen: %s\n", err.c_str());
-        return 1;
-    }
+    if (!epogen_write_file(cfg, path.c_str(), &st, &err)) return cli_fail(args, err, 1);
     std::printf("%s: %s (%s), %u segments x %u records%s, %llu bytes, GPS hours %u..%u,"
                 " damage %s\n",
                 path.c_str(), epogen_kind_token(cfg.kind), name.c_str(), st.segments,

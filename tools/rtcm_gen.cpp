@@ -1,11 +1,11 @@
 // Deterministic RTCM 3 ephemeris sample data. See rtcm_gen.h.
 #include "tools/rtcm_gen.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 #include "toolkit/checksum.h"
+#include "tools/gen_common.h"
 
 // ---------------------------------------------------------------------------
 // Bit writer and reader
@@ -37,6 +37,21 @@ int64_t rtcm_getbits(const uint8_t *buf, uint32_t pos, uint32_t len) {
 // ---------------------------------------------------------------------------
 // Transport frames
 
+// The 10-bit length field of the frame starting at frame (its D3 byte).
+static uint32_t frame_payload_len(const uint8_t *frame) {
+    return (static_cast<uint32_t>(frame[1] & 0x03) << 8) | frame[2];
+}
+
+// Stores the CRC-24Q of the frame's header and payload in its three CRC
+// bytes, most significant first. The length is taken from the header.
+static void seal_frame(uint8_t *frame) {
+    const uint32_t len = frame_payload_len(frame);
+    const uint32_t crc = Vk_Check_CRC24Q(0, frame, len + 3);
+    frame[3 + len] = static_cast<uint8_t>(crc >> 16);
+    frame[4 + len] = static_cast<uint8_t>(crc >> 8);
+    frame[5 + len] = static_cast<uint8_t>(crc);
+}
+
 bool rtcm_append_frame(std::vector<uint8_t> &out, const uint8_t *payload, uint32_t len) {
     if (len > RTCM_MAX_PAYLOAD) return false;
     const size_t start = out.size();
@@ -44,162 +59,170 @@ bool rtcm_append_frame(std::vector<uint8_t> &out, const uint8_t *payload, uint32
     out.push_back(static_cast<uint8_t>((len >> 8) & 0x03));
     out.push_back(static_cast<uint8_t>(len & 0xFF));
     out.insert(out.end(), payload, payload + len);
-    const uint32_t crc = Vk_Check_CRC24Q(0, out.data() + start, len + 3);
-    out.push_back(static_cast<uint8_t>(crc >> 16));
-    out.push_back(static_cast<uint8_t>(crc >> 8));
-    out.push_back(static_cast<uint8_t>(crc));
+    out.resize(out.size() + 3);  // the CRC, filled in next
+    seal_frame(out.data() + start);
     return true;
 }
 
 // ---------------------------------------------------------------------------
-// Layouts, in transmission order.
+// Layouts, in transmission order. Every message carries the same orbit
+// block, Crs to OMEGADOT, between a head and a tail of its own; only the
+// widths of the six harmonic corrections and of toe in it vary by system.
 
-static const RtcmFieldDef kLayout1019[] = {
-    {F_MSG, 12, false, "message number"},
-    {F_SAT, 6, false, "satellite ID"},
-    {F_WEEK, 10, false, "week number"},
-    {F_URA, 4, false, "SV accuracy (URA)"},
-    {F_L2CODE, 2, false, "code on L2"},
-    {F_IDOT, 14, true, "IDOT"},
-    {F_IODE, 8, false, "IODE"},
-    {F_TOC, 16, false, "toc"},
-    {F_AF2, 8, true, "af2"},
-    {F_AF1, 16, true, "af1"},
-    {F_AF0, 22, true, "af0"},
-    {F_IODC, 10, false, "IODC"},
-    {F_CRS, 16, true, "Crs"},
-    {F_DN, 16, true, "delta n"},
-    {F_M0, 32, true, "M0"},
-    {F_CUC, 16, true, "Cuc"},
-    {F_E, 32, false, "eccentricity"},
-    {F_CUS, 16, true, "Cus"},
-    {F_SQRTA, 32, false, "sqrt A"},
-    {F_TOE, 16, false, "toe"},
-    {F_CIC, 16, true, "Cic"},
-    {F_OMEGA0, 32, true, "OMEGA0"},
-    {F_CIS, 16, true, "Cis"},
-    {F_I0, 32, true, "i0"},
-    {F_CRC, 16, true, "Crc"},
-    {F_OMEGA, 32, true, "omega"},
-    {F_OMEGADOT, 24, true, "OMEGADOT"},
-    {F_TGD, 8, true, "tGD"},
-    {F_HEALTH, 6, false, "SV health"},
-    {F_L2P, 1, false, "L2 P data flag"},
-    {F_FIT, 1, false, "fit interval"},
+namespace {
+
+struct Layout {
+    RtcmFieldDef f[40];  // room for the longest layout (1046, 32 fields)
+    size_t n;
 };
 
-static const RtcmFieldDef kLayout1042[] = {
-    {F_MSG, 12, false, "message number"},
-    {F_SAT, 6, false, "satellite ID"},
-    {F_WEEK, 13, false, "week number"},
-    {F_URA, 4, false, "URAI"},
-    {F_IDOT, 14, true, "IDOT"},
-    {F_IODE, 5, false, "AODE"},
-    {F_TOC, 17, false, "toc"},
-    {F_AF2, 11, true, "a2"},
-    {F_AF1, 22, true, "a1"},
-    {F_AF0, 24, true, "a0"},
-    {F_IODC, 5, false, "AODC"},
-    {F_CRS, 18, true, "Crs"},
-    {F_DN, 16, true, "delta n"},
-    {F_M0, 32, true, "M0"},
-    {F_CUC, 18, true, "Cuc"},
-    {F_E, 32, false, "eccentricity"},
-    {F_CUS, 18, true, "Cus"},
-    {F_SQRTA, 32, false, "sqrt A"},
-    {F_TOE, 17, false, "toe"},
-    {F_CIC, 18, true, "Cic"},
-    {F_OMEGA0, 32, true, "OMEGA0"},
-    {F_CIS, 18, true, "Cis"},
-    {F_I0, 32, true, "i0"},
-    {F_CRC, 18, true, "Crc"},
-    {F_OMEGA, 32, true, "omega"},
-    {F_OMEGADOT, 24, true, "OMEGADOT"},
-    {F_TGD, 10, true, "TGD1"},
-    {F_TGD2, 10, true, "TGD2"},
-    {F_HEALTH, 1, false, "SatH1"},
-};
+using FieldList = std::initializer_list<RtcmFieldDef>;
 
-static const RtcmFieldDef kLayout1044[] = {
-    {F_MSG, 12, false, "message number"},
-    {F_SAT, 4, false, "satellite ID"},
-    {F_TOC, 16, false, "toc"},
-    {F_AF2, 8, true, "af2"},
-    {F_AF1, 16, true, "af1"},
-    {F_AF0, 22, true, "af0"},
-    {F_IODE, 8, false, "IODE"},
-    {F_CRS, 16, true, "Crs"},
-    {F_DN, 16, true, "delta n"},
-    {F_M0, 32, true, "M0"},
-    {F_CUC, 16, true, "Cuc"},
-    {F_E, 32, false, "eccentricity"},
-    {F_CUS, 16, true, "Cus"},
-    {F_SQRTA, 32, false, "sqrt A"},
-    {F_TOE, 16, false, "toe"},
-    {F_CIC, 16, true, "Cic"},
-    {F_OMEGA0, 32, true, "OMEGA0"},
-    {F_CIS, 16, true, "Cis"},
-    {F_I0, 32, true, "i0"},
-    {F_CRC, 16, true, "Crc"},
-    {F_OMEGA, 32, true, "omega"},
-    {F_OMEGADOT, 24, true, "OMEGADOT"},
-    {F_IDOT, 14, true, "IDOT"},
-    {F_L2CODE, 2, false, "code on L2"},
-    {F_WEEK, 10, false, "week number"},
-    {F_URA, 4, false, "URA"},
-    {F_HEALTH, 6, false, "SV health"},
-    {F_TGD, 8, true, "tGD"},
-    {F_IODC, 10, false, "IODC"},
-    {F_FIT, 1, false, "fit interval"},
-};
+constexpr Layout make_layout(FieldList head, uint8_t harmonic_width, uint8_t toe_width,
+                             FieldList tail) {
+    const RtcmFieldDef orbit[] = {
+        {F_CRS, harmonic_width, true, "Crs"},
+        {F_DN, 16, true, "delta n"},
+        {F_M0, 32, true, "M0"},
+        {F_CUC, harmonic_width, true, "Cuc"},
+        {F_E, 32, false, "eccentricity"},
+        {F_CUS, harmonic_width, true, "Cus"},
+        {F_SQRTA, 32, false, "sqrt A"},
+        {F_TOE, toe_width, false, "toe"},
+        {F_CIC, harmonic_width, true, "Cic"},
+        {F_OMEGA0, 32, true, "OMEGA0"},
+        {F_CIS, harmonic_width, true, "Cis"},
+        {F_I0, 32, true, "i0"},
+        {F_CRC, harmonic_width, true, "Crc"},
+        {F_OMEGA, 32, true, "omega"},
+        {F_OMEGADOT, 24, true, "OMEGADOT"},
+    };
+    Layout l{};
+    for (const RtcmFieldDef &d : head) l.f[l.n++] = d;
+    for (const RtcmFieldDef &d : orbit) l.f[l.n++] = d;
+    for (const RtcmFieldDef &d : tail) l.f[l.n++] = d;
+    return l;
+}
 
-static const RtcmFieldDef kLayout1046[] = {
-    {F_MSG, 12, false, "message number"},
-    {F_SAT, 6, false, "satellite ID"},
-    {F_WEEK, 12, false, "week number"},
-    {F_IODE, 10, false, "IODnav"},
-    {F_URA, 8, false, "SISA"},
-    {F_IDOT, 14, true, "IDOT"},
-    {F_TOC, 14, false, "toc"},
-    {F_AF2, 6, true, "af2"},
-    {F_AF1, 21, true, "af1"},
-    {F_AF0, 31, true, "af0"},
-    {F_CRS, 16, true, "Crs"},
-    {F_DN, 16, true, "delta n"},
-    {F_M0, 32, true, "M0"},
-    {F_CUC, 16, true, "Cuc"},
-    {F_E, 32, false, "eccentricity"},
-    {F_CUS, 16, true, "Cus"},
-    {F_SQRTA, 32, false, "sqrt A"},
-    {F_TOE, 14, false, "toe"},
-    {F_CIC, 16, true, "Cic"},
-    {F_OMEGA0, 32, true, "OMEGA0"},
-    {F_CIS, 16, true, "Cis"},
-    {F_I0, 32, true, "i0"},
-    {F_CRC, 16, true, "Crc"},
-    {F_OMEGA, 32, true, "omega"},
-    {F_OMEGADOT, 24, true, "OMEGADOT"},
-    {F_TGD, 10, true, "BGD E5a/E1"},
-    {F_TGD2, 10, true, "BGD E5b/E1"},
-    {F_HEALTH, 2, false, "E5b signal health"},
-    {F_E5B_DV, 1, false, "E5b data validity"},
-    {F_E1B_HS, 2, false, "E1-B signal health"},
-    {F_E1B_DV, 1, false, "E1-B data validity"},
-    {F_RESERVED, 2, false, "reserved"},
-};
+constexpr Layout kLayout1019 = make_layout(
+    {
+        {F_MSG, 12, false, "message number"},
+        {F_SAT, 6, false, "satellite ID"},
+        {F_WEEK, 10, false, "week number"},
+        {F_URA, 4, false, "SV accuracy (URA)"},
+        {F_L2CODE, 2, false, "code on L2"},
+        {F_IDOT, 14, true, "IDOT"},
+        {F_IODE, 8, false, "IODE"},
+        {F_TOC, 16, false, "toc"},
+        {F_AF2, 8, true, "af2"},
+        {F_AF1, 16, true, "af1"},
+        {F_AF0, 22, true, "af0"},
+        {F_IODC, 10, false, "IODC"},
+    },
+    /*harmonic_width=*/16, /*toe_width=*/16,
+    {
+        {F_TGD, 8, true, "tGD"},
+        {F_HEALTH, 6, false, "SV health"},
+        {F_L2P, 1, false, "L2 P data flag"},
+        {F_FIT, 1, false, "fit interval"},
+    });
+
+constexpr Layout kLayout1042 = make_layout(
+    {
+        {F_MSG, 12, false, "message number"},
+        {F_SAT, 6, false, "satellite ID"},
+        {F_WEEK, 13, false, "week number"},
+        {F_URA, 4, false, "URAI"},
+        {F_IDOT, 14, true, "IDOT"},
+        {F_IODE, 5, false, "AODE"},
+        {F_TOC, 17, false, "toc"},
+        {F_AF2, 11, true, "a2"},
+        {F_AF1, 22, true, "a1"},
+        {F_AF0, 24, true, "a0"},
+        {F_IODC, 5, false, "AODC"},
+    },
+    /*harmonic_width=*/18, /*toe_width=*/17,
+    {
+        {F_TGD, 10, true, "TGD1"},
+        {F_TGD2, 10, true, "TGD2"},
+        {F_HEALTH, 1, false, "SatH1"},
+    });
+
+constexpr Layout kLayout1044 = make_layout(
+    {
+        {F_MSG, 12, false, "message number"},
+        {F_SAT, 4, false, "satellite ID"},
+        {F_TOC, 16, false, "toc"},
+        {F_AF2, 8, true, "af2"},
+        {F_AF1, 16, true, "af1"},
+        {F_AF0, 22, true, "af0"},
+        {F_IODE, 8, false, "IODE"},
+    },
+    /*harmonic_width=*/16, /*toe_width=*/16,
+    {
+        {F_IDOT, 14, true, "IDOT"},
+        {F_L2CODE, 2, false, "code on L2"},
+        {F_WEEK, 10, false, "week number"},
+        {F_URA, 4, false, "URA"},
+        {F_HEALTH, 6, false, "SV health"},
+        {F_TGD, 8, true, "tGD"},
+        {F_IODC, 10, false, "IODC"},
+        {F_FIT, 1, false, "fit interval"},
+    });
+
+constexpr Layout kLayout1046 = make_layout(
+    {
+        {F_MSG, 12, false, "message number"},
+        {F_SAT, 6, false, "satellite ID"},
+        {F_WEEK, 12, false, "week number"},
+        {F_IODE, 10, false, "IODnav"},
+        {F_URA, 8, false, "SISA"},
+        {F_IDOT, 14, true, "IDOT"},
+        {F_TOC, 14, false, "toc"},
+        {F_AF2, 6, true, "af2"},
+        {F_AF1, 21, true, "af1"},
+        {F_AF0, 31, true, "af0"},
+    },
+    /*harmonic_width=*/16, /*toe_width=*/14,
+    {
+        {F_TGD, 10, true, "BGD E5a/E1"},
+        {F_TGD2, 10, true, "BGD E5b/E1"},
+        {F_HEALTH, 2, false, "E5b signal health"},
+        {F_E5B_DV, 1, false, "E5b data validity"},
+        {F_E1B_HS, 2, false, "E1-B signal health"},
+        {F_E1B_DV, 1, false, "E1-B data validity"},
+        {F_RESERVED, 2, false, "reserved"},
+    });
+
+// The entry of field in msg's layout, with its bit offset in *pos; null when
+// the message lacks the field.
+const RtcmFieldDef *find_field(uint32_t msg, RtcmEphField field, uint32_t *pos) {
+    size_t n = 0;
+    const RtcmFieldDef *t = rtcm_eph_layout(msg, &n);
+    uint32_t p = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (t[i].field == field) {
+            *pos = p;
+            return &t[i];
+        }
+        p += t[i].width;
+    }
+    return nullptr;
+}
+
+}  // namespace
 
 const RtcmFieldDef *rtcm_eph_layout(uint32_t msg, size_t *count) {
-    const RtcmFieldDef *t = nullptr;
-    size_t n = 0;
+    const Layout *l = nullptr;
     switch (msg) {
-    case 1019: t = kLayout1019; n = sizeof kLayout1019 / sizeof kLayout1019[0]; break;
-    case 1042: t = kLayout1042; n = sizeof kLayout1042 / sizeof kLayout1042[0]; break;
-    case 1044: t = kLayout1044; n = sizeof kLayout1044 / sizeof kLayout1044[0]; break;
-    case 1046: t = kLayout1046; n = sizeof kLayout1046 / sizeof kLayout1046[0]; break;
+    case 1019: l = &kLayout1019; break;
+    case 1042: l = &kLayout1042; break;
+    case 1044: l = &kLayout1044; break;
+    case 1046: l = &kLayout1046; break;
     default: break;
     }
-    if (count) *count = n;
-    return t;
+    if (count) *count = l ? l->n : 0;
+    return l ? l->f : nullptr;
 }
 
 uint32_t rtcm_eph_layout_bits(uint32_t msg) {
@@ -213,35 +236,22 @@ uint32_t rtcm_eph_layout_bits(uint32_t msg) {
 uint32_t rtcm_eph_payload_bytes(uint32_t msg) { return (rtcm_eph_layout_bits(msg) + 7) / 8; }
 
 int32_t rtcm_eph_field_pos(uint32_t msg, RtcmEphField field) {
-    size_t n = 0;
-    const RtcmFieldDef *t = rtcm_eph_layout(msg, &n);
-    int32_t pos = 0;
-    for (size_t i = 0; i < n; ++i) {
-        if (t[i].field == field) return pos;
-        pos += t[i].width;
-    }
-    return -1;
+    uint32_t pos = 0;
+    return find_field(msg, field, &pos) ? static_cast<int32_t>(pos) : -1;
 }
 
 uint32_t rtcm_eph_field_width(uint32_t msg, RtcmEphField field) {
-    size_t n = 0;
-    const RtcmFieldDef *t = rtcm_eph_layout(msg, &n);
-    for (size_t i = 0; i < n; ++i)
-        if (t[i].field == field) return t[i].width;
-    return 0;
+    uint32_t pos = 0;
+    const RtcmFieldDef *d = find_field(msg, field, &pos);
+    return d ? d->width : 0;
 }
 
 int64_t rtcm_eph_get(uint32_t msg, const uint8_t *payload, RtcmEphField field) {
-    size_t n = 0;
-    const RtcmFieldDef *t = rtcm_eph_layout(msg, &n);
     uint32_t pos = 0;
-    for (size_t i = 0; i < n; ++i) {
-        if (t[i].field == field)
-            return t[i].is_signed ? rtcm_getbits(payload, pos, t[i].width)
-                                  : static_cast<int64_t>(rtcm_getbitu(payload, pos, t[i].width));
-        pos += t[i].width;
-    }
-    return 0;
+    const RtcmFieldDef *d = find_field(msg, field, &pos);
+    if (!d) return 0;
+    return d->is_signed ? rtcm_getbits(payload, pos, d->width)
+                        : static_cast<int64_t>(rtcm_getbitu(payload, pos, d->width));
 }
 
 static bool fits(int64_t v, uint32_t width, bool is_signed) {
@@ -270,30 +280,21 @@ uint32_t rtcm_eph_encode(uint32_t msg, const RtcmEph &eph, uint8_t *payload, uin
 }
 
 // ---------------------------------------------------------------------------
-// Pseudo-random values: splitmix64, fixed arithmetic so that a seed gives the
-// same bytes on every platform and library.
-
-static uint64_t mix_next(uint64_t &state) {
-    state += 0x9E3779B97F4A7C15ull;
-    uint64_t z = state;
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-}
+// Pseudo-random values, from the generators' shared splitmix64.
 
 // Uniform enough for sample data: lo..hi inclusive.
 static int64_t mix_range(uint64_t &state, int64_t lo, int64_t hi) {
     const uint64_t span = static_cast<uint64_t>(hi - lo) + 1;
-    return lo + static_cast<int64_t>(mix_next(state) % span);
+    return lo + static_cast<int64_t>(gen_splitmix64(state) % span);
 }
 
 static uint64_t mix_state(uint64_t seed, uint64_t a, uint64_t b, uint64_t c) {
     uint64_t s = seed;
-    uint64_t h = mix_next(s);
+    uint64_t h = gen_splitmix64(s);
     s = h ^ (a * 0x100000001B3ull);
-    h = mix_next(s);
+    h = gen_splitmix64(s);
     s = h ^ (b * 0xC2B2AE3D27D4EB4Full);
-    h = mix_next(s);
+    h = gen_splitmix64(s);
     s = h ^ (c * 0x165667B19E3779F9ull);
     return s;
 }
@@ -582,9 +583,9 @@ std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *st
     case RtcmDamage::None: break;
     case RtcmDamage::BadCrc: {
         // the first CRC byte, inverted
-        const size_t off = starts[k];
-        const uint32_t len = (static_cast<uint32_t>(out[off + 1] & 0x03) << 8) | out[off + 2];
-        out[off + 3 + len] = static_cast<uint8_t>(~out[off + 3 + len]);
+        uint8_t *frame = out.data() + starts[k];
+        const uint32_t len = frame_payload_len(frame);
+        frame[3 + len] = static_cast<uint8_t>(~frame[3 + len]);
         break;
     }
     case RtcmDamage::Truncate: {
@@ -600,13 +601,9 @@ std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *st
         // The lowest reserved bit, next to the length: a reader that masks
         // too few bits still takes it for part of a valid header. The CRC is
         // recomputed so that the reserved bit is the frame's only fault.
-        const size_t off = starts[k];
-        out[off + 1] = static_cast<uint8_t>(out[off + 1] | 0x04);
-        const uint32_t len = (static_cast<uint32_t>(out[off + 1] & 0x03) << 8) | out[off + 2];
-        const uint32_t crc = Vk_Check_CRC24Q(0, out.data() + off, len + 3);
-        out[off + 3 + len] = static_cast<uint8_t>(crc >> 16);
-        out[off + 4 + len] = static_cast<uint8_t>(crc >> 8);
-        out[off + 5 + len] = static_cast<uint8_t>(crc);
+        uint8_t *frame = out.data() + starts[k];
+        frame[1] = static_cast<uint8_t>(frame[1] | 0x04);
+        seal_frame(frame);
         break;
     }
     }
@@ -616,18 +613,7 @@ std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *st
 }
 
 bool rtcmgen_write_bytes(const char *path, const std::vector<uint8_t> &bytes, std::string *err) {
-    std::FILE *f = std::fopen(path, "wb");
-    if (!f) {
-        if (err) *err = std::string("cannot open ") + path + ": " + std::strerror(errno);
-        return false;
-    }
-    const size_t n = bytes.empty() ? 0 : std::fwrite(bytes.data(), 1, bytes.size(), f);
-    const bool closed = std::fclose(f) == 0;
-    if (n != bytes.size() || !closed) {
-        if (err) *err = std::string("cannot write ") + path + ": " + std::strerror(errno);
-        return false;
-    }
-    return true;
+    return gen_write_bytes(path, bytes, err);
 }
 
 bool rtcmgen_write_file(const RtcmGenConfig &cfg, const char *path, RtcmGenStats *stats,
@@ -656,7 +642,7 @@ RtcmSplit rtcm_split_frames(const uint8_t *data, size_t len) {
             r.end = RtcmSplitEnd::Incomplete;
             break;
         }
-        const uint32_t plen = (static_cast<uint32_t>(data[pos + 1] & 0x03) << 8) | data[pos + 2];
+        const uint32_t plen = frame_payload_len(data + pos);
         if (len - pos < plen + RTCM_FRAME_OVERHEAD) {
             r.end = RtcmSplitEnd::Incomplete;
             break;

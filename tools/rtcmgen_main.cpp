@@ -1,12 +1,11 @@
 // vkagnss-rtcmgen: writes a deterministic RTCM 3 ephemeris file for tests,
 // demos and benchmarks.
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "tools/rtcm_gen.h"
+#include "tools/tool_cli.h"
 
 static void usage(std::FILE *to) {
     std::fprintf(to,
@@ -29,34 +28,19 @@ static void usage(std::FILE *to) {
         "  --help                this text\n");
 }
 
-static bool parse_u64(const char *text, uint64_t *out) {
-    if (!text || !*text || *text == '-') return false;
-    errno = 0;
-    char *end = nullptr;
-    const unsigned long long v = std::strtoull(text, &end, 0);
-    if (errno != 0 || *end != '\0') return false;
-    *out = v;
-    return true;
-}
-
-static bool parse_int(const char *text, long lo, long hi, long *out) {
-    if (!text || !*text) return false;
-    errno = 0;
-    char *end = nullptr;
-    const long v = std::strtol(text, &end, 10);
-    if (errno != 0 || *end != '\0' || v < lo || v > hi) return false;
-    *out = v;
-    return true;
-}
+static const struct {
+    const char *name;
+    RtcmDamage kind;
+} kDamageNames[] = {
+    // the first name of a kind is the one the summary line prints
+    {"none", RtcmDamage::None},          {"bad-crc", RtcmDamage::BadCrc},
+    {"bad_crc", RtcmDamage::BadCrc},     {"truncate", RtcmDamage::Truncate},
+    {"trailing", RtcmDamage::Trailing},  {"reserved", RtcmDamage::ReservedBits},
+    {"reserved-bits", RtcmDamage::ReservedBits}, {"reserved_bits", RtcmDamage::ReservedBits},
+};
 
 static bool parse_damage(const char *text, RtcmDamage *out) {
-    static const struct { const char *name; RtcmDamage kind; } kinds[] = {
-        {"none", RtcmDamage::None},          {"bad-crc", RtcmDamage::BadCrc},
-        {"bad_crc", RtcmDamage::BadCrc},     {"truncate", RtcmDamage::Truncate},
-        {"trailing", RtcmDamage::Trailing},  {"reserved", RtcmDamage::ReservedBits},
-        {"reserved-bits", RtcmDamage::ReservedBits}, {"reserved_bits", RtcmDamage::ReservedBits},
-    };
-    for (const auto &k : kinds)
+    for (const auto &k : kDamageNames)
         if (std::strcmp(text, k.name) == 0) {
             *out = k.kind;
             return true;
@@ -65,95 +49,54 @@ static bool parse_damage(const char *text, RtcmDamage *out) {
 }
 
 static const char *damage_name(RtcmDamage d) {
-    switch (d) {
-    case RtcmDamage::None: return "none";
-    case RtcmDamage::BadCrc: return "bad-crc";
-    case RtcmDamage::Truncate: return "truncate";
-    case RtcmDamage::Trailing: return "trailing";
-    case RtcmDamage::ReservedBits: return "reserved";
-    }
+    for (const auto &k : kDamageNames)
+        if (k.kind == d) return k.name;
     return "?";
-}
-
-static int bad_value(const char *opt, const char *value) {
-    std::fprintf(stderr, "vkagnss-rtcmgen: bad value for %s: '%s'\n", opt, value ? value : "");
-    return 2;
 }
 
 int main(int argc, char **argv) {
     RtcmGenConfig cfg;
     const char *out_path = nullptr;
 
-    for (int i = 1; i < argc; ++i) {
-        std::string opt = argv[i];
-        const char *value = nullptr;
-        const size_t eq = opt.find('=');
-        if (opt.compare(0, 2, "--") == 0 && eq != std::string::npos) {
-            value = argv[i] + eq + 1;
-            opt.resize(eq);
-        }
-        if (opt == "--help" || opt == "-h") {
-            usage(stdout);
-            return 0;
-        }
-        if (!value) {
-            if (i + 1 >= argc) {
-                std::fprintf(stderr, "vkagnss-rtcmgen: %s needs a value\n", opt.c_str());
-                usage(stderr);
-                return 2;
-            }
-            value = argv[++i];
-        }
-        long n = 0;
-        uint64_t u = 0;
-        if (opt == "-o" || opt == "--output") {
-            out_path = value;
-        } else if (opt == "--systems") {
-            cfg.systems = value;
-        } else if (opt == "--sats") {
-            if (!parse_int(value, 1, 63, &n)) return bad_value("--sats", value);
-            cfg.sats = static_cast<int>(n);
-        } else if (opt == "--epochs") {
-            if (!parse_int(value, 1, 1000000, &n)) return bad_value("--epochs", value);
-            cfg.epochs = static_cast<int>(n);
-        } else if (opt == "--week") {
-            if (!parse_int(value, 0, 100000, &n)) return bad_value("--week", value);
-            cfg.week = static_cast<uint32_t>(n);
-        } else if (opt == "--tow") {
-            if (!parse_int(value, 0, 604799, &n)) return bad_value("--tow", value);
-            cfg.tow = static_cast<uint32_t>(n);
-        } else if (opt == "--seed") {
-            if (!parse_u64(value, &u)) return bad_value("--seed", value);
-            cfg.seed = u;
-        } else if (opt == "--damage") {
-            if (!parse_damage(value, &cfg.damage)) return bad_value("--damage", value);
-        } else if (opt == "--damage-frame") {
-            if (!parse_int(value, -1, 100000000, &n)) return bad_value("--damage-frame", value);
-            cfg.damage_frame = static_cast<int>(n);
-        } else if (opt == "--trailing-bytes") {
-            if (!parse_int(value, 1, 2, &n)) return bad_value("--trailing-bytes", value);
-            cfg.trailing_bytes = static_cast<int>(n);
-        } else if (opt == "--size") {
-            if (!parse_u64(value, &u)) return bad_value("--size", value);
-            cfg.min_size = u;
+    CliArgs args = cli_args("vkagnss-rtcmgen", usage, argc, argv);
+    CliOption o;
+    CliRead r;
+    while ((r = cli_read(args, &o)) == CliRead::Option) {
+        const char *v = o.value;
+        bool ok = true;
+        if (o.name == "-o" || o.name == "--output") {
+            out_path = v;
+        } else if (o.name == "--systems") {
+            cfg.systems = v;
+        } else if (o.name == "--sats") {
+            ok = cli_parse_int(v, 1, 63, &cfg.sats);
+        } else if (o.name == "--epochs") {
+            ok = cli_parse_int(v, 1, 1000000, &cfg.epochs);
+        } else if (o.name == "--week") {
+            ok = cli_parse_int(v, 0, 100000, &cfg.week);
+        } else if (o.name == "--tow") {
+            ok = cli_parse_int(v, 0, 604799, &cfg.tow);
+        } else if (o.name == "--seed") {
+            ok = cli_parse_u64(v, &cfg.seed);
+        } else if (o.name == "--damage") {
+            ok = parse_damage(v, &cfg.damage);
+        } else if (o.name == "--damage-frame") {
+            ok = cli_parse_int(v, -1, 100000000, &cfg.damage_frame);
+        } else if (o.name == "--trailing-bytes") {
+            ok = cli_parse_int(v, 1, 2, &cfg.trailing_bytes);
+        } else if (o.name == "--size") {
+            ok = cli_parse_u64(v, &cfg.min_size);
         } else {
-            std::fprintf(stderr, "vkagnss-rtcmgen: unknown option %s\n", opt.c_str());
-            usage(stderr);
-            return 2;
+            return cli_usage_error(args, "unknown option " + o.name);
         }
+        if (!ok) return cli_bad_value(args, o);
     }
-    if (!out_path) {
-        std::fprintf(stderr, "vkagnss-rtcmgen: -o FILE is required\n");
-        usage(stderr);
-        return 2;
-    }
+    if (r != CliRead::End) return cli_exit_status(r);
+    if (!out_path) return cli_usage_error(args, "-o FILE is required");
 
     std::string err;
     RtcmGenStats st;
-    if (!rtcmgen_write_file(cfg, out_path, &st, &err)) {
-        std::fprintf(stderr, "vkagnss-rtcmgen: %s\n", err.c_str());
-        return 1;
-    }
+    if (!rtcmgen_write_file(cfg, out_path, &st, &err)) return cli_fail(args, err, 1);
     std::printf("%s: %u frames, %llu bytes, %u epochs (1019 x%u, 1042 x%u, 1044 x%u, 1046 x%u),"
                 " damage %s\n",
                 out_path, st.frames, static_cast<unsigned long long>(st.bytes), st.epochs,

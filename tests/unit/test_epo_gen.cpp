@@ -1,32 +1,22 @@
 // The EPO (extended-orbit) sample-data generator.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "tests/unit/gen_test_util.h"
 #include "tools/epo_gen.h"
 
 namespace {
 
+using gen_test::read_file;
+using gen_test::is_file;
+using gen_test::make_temp_file;
+
 constexpr uint32_t R = 72;  // record size, written out here on purpose
-
-std::vector<uint8_t> read_file(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-}
-
-bool is_file(const std::string &path) {
-    struct stat st;
-    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
 
 uint32_t hour_at(const std::vector<uint8_t> &b, size_t rec) {
     const size_t o = rec * R;
@@ -797,10 +787,9 @@ TEST(EpoGenConfigCheck, SvidOfEachSystem) {
 // Files
 
 TEST(EpoGenFile, WritesTheGeneratedBytes) {
-    char path[] = "/tmp/vk_epogen_XXXXXX";
-    const int fd = ::mkstemp(path);
-    ASSERT_GE(fd, 0);
-    ::close(fd);
+    const std::string tmp = make_temp_file("vk_epogen");
+    ASSERT_FALSE(tmp.empty());
+    const char *path = tmp.c_str();
     EpoGenConfig c = kind_cfg(EpoGenKind::Bds);
     c.seed = 42;
     EpoGenStats st;

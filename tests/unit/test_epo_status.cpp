@@ -14,9 +14,10 @@ namespace {
 struct Receiver {
     Sim *sim = nullptr;
     uint64_t port = SERIAL_INVALID_HANDLE;
-    explicit Receiver(const char *platform) {
+    explicit Receiver(const char *platform, uint32_t repeat_ms = 0) {
         SimConfig cfg;
         cfg.platform = platform;
+        cfg.faults.repeat_ms = repeat_ms;
         sim = sim_start(cfg);
         if (sim) port = serial_open(sim_slave_path(sim).c_str(), 115200);
     }
@@ -30,8 +31,11 @@ uint8_t gps_record[72] = {0x10, 0x27, 0x00, 0x05};  // hour 10000, SVID 5
 
 }  // namespace
 
+// A report of no data is not a success, so the wait reads on: it ends with
+// "no data" when that report is the last thing read (the receiver repeats
+// it), and with "no reply" when the line falls silent after it.
 TEST(EpoStatus, ReceiverWithoutDataAnswersNone) {
-    Receiver r("ag33xx");
+    Receiver r("ag33xx", 50);
     ASSERT_GE(int64_t(r.port), 0);
     AG33XX_SetEpoType(0);
     testing::internal::CaptureStdout();
@@ -53,8 +57,18 @@ TEST(EpoStatus, ReceiverHoldingRecordsAnswersTheirCount) {
     EXPECT_NE(out.find("[SSS.mmm][INFO] total number of EPO data sets: 2\n"), std::string::npos) << out;
 }
 
-TEST(EpoStatus, GpsGlonassFileAsksForBothSystemsAndStopsAtTheFirstEmpty) {
+TEST(EpoStatus, ReportOfNoDataFollowedBySilenceIsNoReply) {
     Receiver r("ag33xx");
+    ASSERT_GE(int64_t(r.port), 0);
+    AG33XX_SetEpoType(2);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(AG33XX_QueryEpoDataStatusByNmea(r.port), 0x200u);
+    std::string out = mask_stamps(testing::internal::GetCapturedStdout());
+    EXPECT_NE(out.find("[SSS.mmm][INFO] total number of EPO data sets: 0\n"), std::string::npos);
+}
+
+TEST(EpoStatus, GpsGlonassFileAsksForBothSystemsAndStopsAtTheFirstEmpty) {
+    Receiver r("ag33xx", 50);
     ASSERT_GE(int64_t(r.port), 0);
     testing::internal::CaptureStdout();
     ASSERT_EQ(AG33XX_SendEpoByNmea(r.port, gps_record, 0, 5), 0u);

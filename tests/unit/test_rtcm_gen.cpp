@@ -1,23 +1,23 @@
 // The RTCM 3 ephemeris sample-data generator and its frame reader.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "tests/unit/gen_test_util.h"
 #include "toolkit/checksum.h"
 #include "toolkit/gnss_time.h"
 #include "tools/rtcm_gen.h"
 
 namespace {
+
+using gen_test::read_file;
+using gen_test::is_dir;
+using gen_test::make_temp_file;
 
 // Bit positions in the payload of the fields the readers use, written out
 // here independently of the generator's own table.
@@ -45,16 +45,6 @@ const KnownPositions &known(uint32_t msg) {
 uint64_t stored_crc(const std::vector<uint8_t> &b, const RtcmFrameInfo &f) {
     const size_t c = f.offset + 3 + f.payload_len;
     return (uint64_t(b[c]) << 16) | (uint64_t(b[c + 1]) << 8) | b[c + 2];
-}
-
-std::vector<uint8_t> read_file(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-}
-
-bool is_dir(const std::string &path) {
-    struct stat st;
-    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 }  // namespace
@@ -694,10 +684,9 @@ TEST(RtcmSplitFrames, StopsAtANonFrameByte) {
 }
 
 TEST(RtcmGenFile, WritesTheGeneratedBytes) {
-    char path[] = "/tmp/vk_rtcmgen_XXXXXX";
-    const int fd = ::mkstemp(path);
-    ASSERT_GE(fd, 0);
-    ::close(fd);
+    const std::string tmp = make_temp_file("vk_rtcmgen");
+    ASSERT_FALSE(tmp.empty());
+    const char *path = tmp.c_str();
     RtcmGenConfig cfg;
     cfg.epochs = 2;
     cfg.seed = 99;

@@ -1,5 +1,6 @@
-// The virtual receiver, driven through its pseudo-terminal with plain POSIX
-// calls (the project's serial layer is tested on its own).
+// The virtual receiver (DW2207B), driven through its pseudo-terminal with
+// plain POSIX calls (sim_test_util.h; the project's serial layer is tested on
+// its own).
 
 #include <gtest/gtest.h>
 
@@ -18,27 +19,19 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include "sim/model.h"
+#include "sim/sentence.h"
 #include "sim/sim.h"
+#include "tests/unit/sim_test_util.h"
+
+using namespace sim_test;
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 const std::string kOk = "$OK*04\r\n";
 const std::string kRefusal = "$ERROR*58\r\n";
-
-// Sentence with its trailer, computed here independently of the sim.
-std::string nmea(const std::string &body) {
-    uint8_t x = 0;
-    for (size_t i = 1; i < body.size(); ++i) x ^= uint8_t(body[i]);
-    char trailer[8];
-    std::snprintf(trailer, sizeof trailer, "*%02X\r\n", x);
-    return body + trailer;
-}
 
 // CRC-24Q, bit by bit (the receiver uses the toolkit's table version).
 uint32_t crc24q(const uint8_t *p, size_t n) {
@@ -77,96 +70,11 @@ Bytes payload_of(uint16_t type, size_t len, uint8_t seed) {
     return p;
 }
 
-Bytes bytes_of(const std::string &s) { return Bytes(s.begin(), s.end()); }
-
 Bytes concat(std::initializer_list<Bytes> parts) {
     Bytes out;
     for (const Bytes &p : parts) out.insert(out.end(), p.begin(), p.end());
     return out;
 }
-
-int open_port(const std::string &path) {
-    int fd = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) return -1;
-    termios t{};
-    tcgetattr(fd, &t);
-    cfmakeraw(&t);
-    tcsetattr(fd, TCSANOW, &t);
-    return fd;
-}
-
-bool write_all(int fd, const void *data, size_t len) {
-    const uint8_t *p = static_cast<const uint8_t *>(data);
-    while (len > 0) {
-        ssize_t w = write(fd, p, len);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) return false;
-        p += w;
-        len -= size_t(w);
-    }
-    return true;
-}
-
-bool write_all(int fd, const std::string &s) { return write_all(fd, s.data(), s.size()); }
-bool write_all(int fd, const Bytes &b) { return write_all(fd, b.data(), b.size()); }
-
-using Clock = std::chrono::steady_clock;
-
-// Reads until `want` bytes came or max_ms passed; *reads counts the read calls
-// that brought data.
-std::string read_n(int fd, size_t want, int max_ms, int *reads = nullptr) {
-    std::string out;
-    auto end = Clock::now() + std::chrono::milliseconds(max_ms);
-    while (out.size() < want && Clock::now() < end) {
-        pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, 10) <= 0 || !(p.revents & POLLIN)) continue;
-        char buf[256];
-        size_t room = want - out.size() < sizeof buf ? want - out.size() : sizeof buf;
-        ssize_t n = read(fd, buf, room);
-        if (n <= 0) break;
-        out.append(buf, size_t(n));
-        if (reads) ++*reads;
-    }
-    return out;
-}
-
-bool input_pending(int fd) {
-    pollfd p{fd, POLLIN, 0};
-    return poll(&p, 1, 0) > 0 && (p.revents & POLLIN);
-}
-
-// A running sim and the tool-side end of its line.
-struct Rig {
-    Sim *sim = nullptr;
-    int port = -1;
-
-    explicit Rig(const SimFaults &faults = SimFaults(), const std::string &link = std::string()) {
-        SimConfig cfg;
-        cfg.platform = "dw2207b";
-        cfg.link_path = link;
-        cfg.faults = faults;
-        std::string error;
-        sim = sim_start(cfg, &error);
-        EXPECT_NE(sim, nullptr) << error;
-        if (sim) port = open_port(sim_slave_path(sim));
-        EXPECT_GE(port, 0) << std::strerror(errno);
-    }
-    ~Rig() {
-        if (port >= 0) close(port);
-        sim_free(sim);
-    }
-    SimRecord settle() {
-        sim_settle(sim, 100, 5000);
-        return sim_record(sim);
-    }
-};
-
-// The rig's own checks need a working sim; stop the test early otherwise.
-#define REQUIRE_RIG(rig) \
-    do { \
-        ASSERT_NE((rig).sim, nullptr); \
-        ASSERT_GE((rig).port, 0); \
-    } while (0)
 
 }  // namespace
 
@@ -178,7 +86,7 @@ TEST(SimHelpers, Crc24qOfTheCheckString) {
 TEST(SimHelpers, NmeaTrailerOfAck) { EXPECT_EQ(nmea("$OK"), kOk); }
 
 TEST(Sim, GoodSentenceGetsOkAndIsRecorded) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     std::string cmd = nmea("$RESET,0,h00");
     ASSERT_TRUE(write_all(rig.port, cmd));
@@ -193,7 +101,7 @@ TEST(Sim, GoodSentenceGetsOkAndIsRecorded) {
 }
 
 TEST(Sim, EachSentenceOfABurstIsAnswered) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     std::string a = nmea("$AIDTIME,2026,1,8,9,59,17,0");
     std::string b = nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0");
@@ -207,7 +115,7 @@ TEST(Sim, EachSentenceOfABurstIsAnswered) {
 }
 
 TEST(Sim, BadChecksumIsCountedAndRefused) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     std::string good = nmea("$RESET,0,h00");
     std::string bad = good;
@@ -221,7 +129,7 @@ TEST(Sim, BadChecksumIsCountedAndRefused) {
 }
 
 TEST(Sim, SentenceWithoutChecksumOrCarriageReturnIsBad) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     std::string no_sum = "$RESET,0,h00\r\n";
     std::string with_sum = nmea("$RESET,0,h00");
@@ -243,7 +151,7 @@ TEST(Sim, SentenceWithoutChecksumOrCarriageReturnIsBad) {
 }
 
 TEST(Sim, RtcmFrameIsRecordedExactlyAndNotAnswered) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     Bytes f1 = rtcm_frame(payload_of(1019, 61, 3));
     Bytes f2 = rtcm_frame(payload_of(1042, 64, 9));
@@ -264,7 +172,7 @@ TEST(Sim, RtcmFrameIsRecordedExactlyAndNotAnswered) {
 }
 
 TEST(Sim, FrameSplitOverSeveralWritesIsWhole) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     Bytes f = rtcm_frame(payload_of(1020, 40, 1));
     ASSERT_TRUE(write_all(rig.port, f.data(), 2));
@@ -278,7 +186,7 @@ TEST(Sim, FrameSplitOverSeveralWritesIsWhole) {
 }
 
 TEST(Sim, BadCrcIsCounted) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     Bytes bad = rtcm_frame(payload_of(1019, 61, 3));
     bad.back() ^= 0x01;
@@ -293,7 +201,7 @@ TEST(Sim, BadCrcIsCounted) {
 }
 
 TEST(Sim, SentencesFramesAndStrayBytesInOneStream) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     std::string s1 = nmea("$RESET,0,hFF");
     std::string s2 = nmea("$AIDTIME,2026,1,8,9,59,17,0");
@@ -316,7 +224,7 @@ TEST(Sim, SentencesFramesAndStrayBytesInOneStream) {
 TEST(Sim, RefuseAnswersTheRefusal) {
     SimFaults f;
     f.refuse = true;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     std::string cmd = nmea("$RESET,0,h01");
     ASSERT_TRUE(write_all(rig.port, cmd));
@@ -331,7 +239,7 @@ TEST(Sim, RefuseAnswersTheRefusal) {
 TEST(Sim, SilentRecordsButNeverAnswers) {
     SimFaults f;
     f.silent = true;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     std::string cmd = nmea("$RESET,0,h00");
     ASSERT_TRUE(write_all(rig.port, cmd));
@@ -345,7 +253,7 @@ TEST(Sim, SilentRecordsButNeverAnswers) {
 TEST(Sim, GarbageBytesComeBeforeTheReply) {
     SimFaults f;
     f.garbage_bytes = 20;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     ASSERT_TRUE(write_all(rig.port, nmea("$RESET,0,h00")));
     std::string got = read_n(rig.port, 20 + kOk.size(), 3000);
@@ -358,7 +266,7 @@ TEST(Sim, GarbageBytesComeBeforeTheReply) {
 TEST(Sim, GarbageOnlyNeverSendsTheExpectedText) {
     SimFaults f;
     f.garbage_only = true;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     ASSERT_TRUE(write_all(rig.port, nmea("$RESET,0,h00")));
     ASSERT_TRUE(write_all(rig.port, nmea("$AIDTIME,2026,1,8,9,59,17,0")));
@@ -374,13 +282,13 @@ TEST(Sim, SplitReplyArrivesInPiecesButWhole) {
     SimFaults f;
     f.split_parts = 3;
     f.split_gap_ms = 200;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     ASSERT_TRUE(write_all(rig.port, nmea("$RESET,0,h00")));
-    int reads = 0;
+    std::vector<std::string> reads;
     EXPECT_EQ(read_n(rig.port, kOk.size(), 5000, &reads), kOk);
     // The reader waits in poll while the pieces are 200 ms apart.
-    EXPECT_GE(reads, 2);
+    EXPECT_GE(reads.size(), 2u);
     SimRecord rec = rig.settle();
     EXPECT_EQ(rec.replies, 1u);
 }
@@ -388,7 +296,7 @@ TEST(Sim, SplitReplyArrivesInPiecesButWhole) {
 TEST(Sim, DelayedReplyStillArrivesWhole) {
     SimFaults f;
     f.delay_ms = 300;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     ASSERT_TRUE(write_all(rig.port, nmea("$RESET,0,h00")));
     EXPECT_EQ(read_n(rig.port, kOk.size(), 5000), kOk);
@@ -399,7 +307,7 @@ TEST(Sim, DelayedReplyStillArrivesWhole) {
 TEST(Sim, SettleWaitsForADelayedReply) {
     SimFaults f;
     f.delay_ms = 300;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     ASSERT_TRUE(write_all(rig.port, nmea("$RESET,0,h00")));
     // Quiet for 50 ms is not enough while the reply is being held back.
@@ -411,7 +319,7 @@ TEST(Sim, SettleWaitsForADelayedReply) {
 TEST(Sim, ChatterKeepsTheLineBusyWithNoiseAndAnswersStillCome) {
     SimFaults f;
     f.chatter_ms = 30;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     // Unasked: noise only, in 16-byte pieces, never a '$'.
     std::string noise = read_n(rig.port, 48, 5000);
@@ -434,7 +342,7 @@ TEST(Sim, ChatterKeepsTheLineBusyWithNoiseAndAnswersStillCome) {
 TEST(Sim, StopAfterAnswersOnlyTheFirstCommands) {
     SimFaults f;
     f.stop_after = 2;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     for (int i = 0; i < 2; ++i) {
         ASSERT_TRUE(write_all(rig.port, nmea("$RESET,0,h00")));
@@ -450,7 +358,7 @@ TEST(Sim, StopAfterAnswersOnlyTheFirstCommands) {
 TEST(Sim, CloseAfterFramesHangsUp) {
     SimFaults f;
     f.close_after_frames = 2;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     Bytes f1 = rtcm_frame(payload_of(1019, 61, 1));
     Bytes f2 = rtcm_frame(payload_of(1019, 61, 2));
@@ -540,7 +448,7 @@ TEST(Sim, LinkOverARegularFileIsRefused) {
 }
 
 TEST(Sim, StopTakesInBytesWrittenJustBefore) {
-    Rig rig;
+    Rig rig("dw2207b");
     REQUIRE_RIG(rig);
     std::string cmd = nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0");
     Bytes frame = rtcm_frame(payload_of(1019, 61, 6));
@@ -558,7 +466,7 @@ TEST(Sim, StopTakesInBytesWrittenJustBefore) {
 TEST(Sim, PacedReceiverAnswersAndRecordsEverything) {
     SimFaults f;
     f.pace_baud = 115200;
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     std::string cmd = nmea("$RESET,0,h00");
     ASSERT_TRUE(write_all(rig.port, cmd));
@@ -577,7 +485,7 @@ TEST(Sim, PacedReceiverAnswersAndRecordsEverything) {
 TEST(Sim, PacedReceiverThrottlesAFastWriter) {
     SimFaults f;
     f.pace_baud = 300;  // 30 bytes a second
-    Rig rig(f);
+    Rig rig("dw2207b", f);
     REQUIRE_RIG(rig);
     int fl = fcntl(rig.port, F_GETFL);
     ASSERT_EQ(fcntl(rig.port, F_SETFL, fl | O_NONBLOCK), 0);
@@ -643,30 +551,10 @@ TEST(Sim, StartRefusesUnknownPlatformAndZeroFrameLimit) {
 }
 
 // The model on its own, without a line.
-namespace {
-
-struct Fed {
-    std::vector<SimUnit> units;
-};
-
-Fed feed_model(const Bytes &in) {
-    const SimModel *m = sim_find_model("dw2207b");
-    Fed out;
-    if (!m) return out;
-    void *st = m->create();
-    SimUnit u;
-    for (uint8_t b : in) {
-        if (m->feed(st, b, &u)) out.units.push_back(u);
-    }
-    m->destroy(st);
-    return out;
-}
-
-}  // namespace
 
 TEST(SimModelDw2207b, InterruptedSentenceIsDamagedAndTheNextOneCounts) {
     std::string good = nmea("$RESET,0,h00");
-    Fed fed = feed_model(bytes_of("$RES" + good));
+    Fed fed = feed_model("dw2207b", bytes_of("$RES" + good));
     ASSERT_EQ(fed.units.size(), 2u);
     EXPECT_EQ(fed.units[0].kind, SimUnitKind::Sentence);
     EXPECT_FALSE(fed.units[0].good);
@@ -680,7 +568,7 @@ TEST(SimModelDw2207b, InterruptedSentenceIsDamagedAndTheNextOneCounts) {
 
 TEST(SimModelDw2207b, StrayPreambleWithReservedBitsResyncs) {
     std::string good = nmea("$RESET,0,h00");
-    Fed fed = feed_model(concat({Bytes{0xD3}, bytes_of(good)}));
+    Fed fed = feed_model("dw2207b", concat({Bytes{0xD3}, bytes_of(good)}));
     ASSERT_EQ(fed.units.size(), 2u);
     EXPECT_EQ(fed.units[0].kind, SimUnitKind::Frame);
     EXPECT_FALSE(fed.units[0].good);
@@ -690,7 +578,7 @@ TEST(SimModelDw2207b, StrayPreambleWithReservedBitsResyncs) {
 
 TEST(SimModelDw2207b, FrameInsideASentenceEndsTheSentence) {
     Bytes frame = rtcm_frame(payload_of(1019, 10, 1));
-    Fed fed = feed_model(concat({bytes_of("$AIDTIME,20"), frame}));
+    Fed fed = feed_model("dw2207b", concat({bytes_of("$AIDTIME,20"), frame}));
     ASSERT_EQ(fed.units.size(), 2u);
     EXPECT_EQ(fed.units[0].kind, SimUnitKind::Sentence);
     EXPECT_FALSE(fed.units[0].good);
@@ -698,4 +586,27 @@ TEST(SimModelDw2207b, FrameInsideASentenceEndsTheSentence) {
     EXPECT_TRUE(fed.units[1].good);
     EXPECT_EQ(fed.units[1].bytes, frame);
     EXPECT_TRUE(fed.units[1].reply.empty());
+}
+
+// The sentence checks every model shares.
+TEST(SimSentence, TrailerAndCheck) {
+    EXPECT_EQ(sim_sentence_of("OK"), kOk);
+    EXPECT_EQ(sim_sentence_of("ERROR"), kRefusal);
+    std::string good = nmea("$AIDTIME,2026,1,8,9,59,17,0");
+    EXPECT_TRUE(sim_sentence_good(bytes_of(good)));
+    std::string lower = nmea("$RESET,0,h00");  // its check value has a letter digit
+    size_t star = lower.find('*');
+    lower[star + 2] = char(std::tolower(lower[star + 2]));
+    ASSERT_NE(lower, nmea("$RESET,0,h00"));
+    EXPECT_FALSE(sim_sentence_good(bytes_of(lower)));
+    EXPECT_FALSE(sim_sentence_good(bytes_of(good.substr(0, good.size() - 2) + "\n")));  // no CR
+    EXPECT_FALSE(sim_sentence_good(bytes_of("$AIDTIME,2026\r\n")));                    // no check value
+    EXPECT_FALSE(sim_sentence_good(bytes_of(good.substr(0, good.size() - 2) + "0\r\n")));  // past the check value
+}
+
+TEST(SimSentence, HeadIsTheBodyGoodOrNot) {
+    EXPECT_EQ(sim_sentence_head(bytes_of(nmea("$PAIR590,1,2"))), "PAIR590,1,2");
+    EXPECT_EQ(sim_sentence_head(bytes_of("$PAIR590,1,2*zz\r\n")), "PAIR590,1,2");
+    EXPECT_EQ(sim_sentence_head(bytes_of("$PAIR590,1,2\r\n")), "PAIR590,1,2");
+    EXPECT_EQ(sim_sentence_head(bytes_of("$\n")), "");
 }

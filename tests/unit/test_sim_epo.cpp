@@ -1,40 +1,23 @@
 // The AG33XX and RZ610MXXXX receiver models of the virtual receiver, driven
-// through the pseudo-terminal with plain POSIX calls. Every expected answer is
-// either written out literally or built here independently of the sim.
+// through the pseudo-terminal with plain POSIX calls (sim_test_util.h). Every
+// expected answer is either written out literally or built here independently
+// of the sim.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <termios.h>
-#include <unistd.h>
-
 #include "sim/sim.h"
+#include "tests/unit/sim_test_util.h"
+
+using namespace sim_test;
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
-using Clock = std::chrono::steady_clock;
-
-// "$<body>*HH\r\n", body given with its '$'.
-std::string nmea(const std::string &body) {
-    uint8_t x = 0;
-    for (size_t i = 1; i < body.size(); ++i) x ^= uint8_t(body[i]);
-    char trailer[8];
-    std::snprintf(trailer, sizeof trailer, "*%02X\r\n", x);
-    return body + trailer;
-}
-
-std::string text_of(const Bytes &b) { return std::string(b.begin(), b.end()); }
-Bytes bytes_of(const std::string &s) { return Bytes(s.begin(), s.end()); }
 
 // 04 24 | id | len | payload | XOR over id, len, payload | AA 44
 Bytes frame(uint16_t id, const Bytes &payload) {
@@ -95,111 +78,6 @@ std::string pvnkepo(int mode, int prn, const Bytes &r) {
     for (int w = 0; w < 18; ++w) n += std::snprintf(buf + n, sizeof buf - size_t(n), ",%08X", word(r, w));
     return nmea(buf);
 }
-
-int open_port(const std::string &path) {
-    int fd = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) return -1;
-    termios t{};
-    tcgetattr(fd, &t);
-    cfmakeraw(&t);
-    tcsetattr(fd, TCSANOW, &t);
-    return fd;
-}
-
-bool write_all(int fd, const void *data, size_t len) {
-    const uint8_t *p = static_cast<const uint8_t *>(data);
-    while (len > 0) {
-        ssize_t w = write(fd, p, len);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) return false;
-        p += w;
-        len -= size_t(w);
-    }
-    return true;
-}
-
-bool write_all(int fd, const std::string &s) { return write_all(fd, s.data(), s.size()); }
-bool write_all(int fd, const Bytes &b) { return write_all(fd, b.data(), b.size()); }
-
-// Reads until `want` bytes came or max_ms passed; *chunks gets each read.
-std::string read_n(int fd, size_t want, int max_ms, std::vector<std::string> *chunks = nullptr) {
-    std::string out;
-    auto end = Clock::now() + std::chrono::milliseconds(max_ms);
-    while (out.size() < want && Clock::now() < end) {
-        pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, 10) <= 0 || !(p.revents & POLLIN)) continue;
-        char buf[256];
-        size_t room = want - out.size() < sizeof buf ? want - out.size() : sizeof buf;
-        ssize_t n = read(fd, buf, room);
-        if (n <= 0) break;
-        out.append(buf, size_t(n));
-        if (chunks) chunks->emplace_back(buf, size_t(n));
-    }
-    return out;
-}
-
-// Reads until the text read so far ends with `tail`, or max_ms passed.
-std::string read_until(int fd, const std::string &tail, int max_ms) {
-    std::string out;
-    auto end = Clock::now() + std::chrono::milliseconds(max_ms);
-    while (Clock::now() < end) {
-        if (out.size() >= tail.size() && out.compare(out.size() - tail.size(), tail.size(), tail) == 0) break;
-        std::string one = read_n(fd, 1, 50);
-        out += one;
-    }
-    return out;
-}
-
-bool input_pending(int fd) {
-    pollfd p{fd, POLLIN, 0};
-    return poll(&p, 1, 0) > 0 && (p.revents & POLLIN);
-}
-
-struct Rig {
-    Sim *sim = nullptr;
-    int port = -1;
-
-    explicit Rig(const std::string &platform, const SimFaults &faults = SimFaults()) {
-        SimConfig cfg;
-        cfg.platform = platform;
-        cfg.faults = faults;
-        std::string error;
-        sim = sim_start(cfg, &error);
-        EXPECT_NE(sim, nullptr) << error;
-        if (sim) port = open_port(sim_slave_path(sim));
-        EXPECT_GE(port, 0) << std::strerror(errno);
-    }
-    ~Rig() {
-        if (port >= 0) close(port);
-        sim_free(sim);
-    }
-    // Sends a command and reads as many bytes as the expected answer has.
-    std::string ask(const std::string &cmd, size_t answer_size) {
-        EXPECT_TRUE(write_all(port, cmd));
-        return read_n(port, answer_size, 3000);
-    }
-    Bytes ask(const Bytes &cmd, size_t answer_size) {
-        EXPECT_TRUE(write_all(port, cmd));
-        return bytes_of(read_n(port, answer_size, 3000));
-    }
-    SimRecord settle() {
-        sim_settle(sim, 100, 5000);
-        return sim_record(sim);
-    }
-};
-
-// Sends cmd and expects exactly `want` back.
-#define EXPECT_ANSWER(rig, cmd, want) \
-    do { \
-        const std::string want_ = (want); \
-        EXPECT_EQ((rig).ask((cmd), want_.size()), want_); \
-    } while (0)
-
-#define REQUIRE_RIG(rig) \
-    do { \
-        ASSERT_NE((rig).sim, nullptr); \
-        ASSERT_GE((rig).port, 0); \
-    } while (0)
 
 const std::string kTime590 = nmea("$PAIR590,2026,1,8,9,59,17");
 const std::string kPos600 = nmea("$PAIR600,31.500000,121.400000,10.0,50.0,50.0,0.0,100.0");
@@ -809,4 +687,76 @@ TEST(SimEpo, PlatformNamesAreFound) {
     cfg.faults.refuse_only = -2;
     std::string error;
     EXPECT_EQ(sim_start(cfg, &error), nullptr);
+}
+
+// --- the models on their own, without a line -------------------------------------------
+
+TEST(SimModelEpo, SentenceCutByAFrameStartIsDamagedAndTheFrameCounts) {
+    for (const char *platform : {"ag33xx", "rz610mxxxx"}) {
+        Bytes data = frame(kData, record(1, 1, 1));
+        Bytes in = bytes_of("$PAIR59");
+        in.insert(in.end(), data.begin(), data.end());
+        Fed fed = feed_model(platform, in);
+        ASSERT_EQ(fed.units.size(), 2u) << platform;
+        EXPECT_EQ(fed.units[0].kind, SimUnitKind::Sentence);
+        EXPECT_FALSE(fed.units[0].good);
+        EXPECT_FALSE(fed.units[0].record);
+        EXPECT_EQ(fed.units[0].bytes, bytes_of("$PAIR59"));
+        EXPECT_TRUE(fed.units[0].reply.empty());
+        EXPECT_TRUE(fed.units[0].refusal.empty());
+        EXPECT_EQ(fed.units[1].kind, SimUnitKind::Frame);
+        EXPECT_TRUE(fed.units[1].good);
+        EXPECT_TRUE(fed.units[1].record);
+        EXPECT_EQ(fed.units[1].bytes, data);
+        EXPECT_EQ(fed.units[1].reply, text_of(kAckData));
+        EXPECT_EQ(fed.units[1].refusal, text_of(kNakData));
+    }
+}
+
+TEST(SimModelEpo, StrayFrameStartsAreCountedAndParsingGoesOn) {
+    Bytes data = frame(kData, record(2, 2, 2));
+    // A stray 0x04 right before the real frame's, then a header whose length
+    // no frame has, before the same frame again; a sentence after each.
+    const std::string status = nmea("$PAIR470,0");
+    const Bytes long_header = {0x04, 0x24, 0xB1, 0x04, 0x01, 0x02};
+    Bytes in = {0x04};
+    in.insert(in.end(), data.begin(), data.end());
+    in.insert(in.end(), status.begin(), status.end());
+    in.insert(in.end(), long_header.begin(), long_header.end());
+    in.insert(in.end(), data.begin(), data.end());
+    in.insert(in.end(), status.begin(), status.end());
+    Fed fed = feed_model("ag33xx", in);
+    ASSERT_EQ(fed.units.size(), 6u);
+    EXPECT_EQ(fed.units[0].kind, SimUnitKind::Frame);
+    EXPECT_FALSE(fed.units[0].record);
+    EXPECT_TRUE(fed.units[0].reply.empty());
+    EXPECT_EQ(fed.units[0].bytes, Bytes{0x04});
+    EXPECT_TRUE(fed.units[1].good);
+    EXPECT_EQ(fed.units[1].bytes, data);
+    EXPECT_EQ(fed.units[2].bytes, bytes_of(status));
+    EXPECT_EQ(fed.units[2].reply, "$PAIR470,0,0*39\r\n");
+    EXPECT_EQ(fed.units[3].kind, SimUnitKind::Frame);
+    EXPECT_FALSE(fed.units[3].record);
+    EXPECT_TRUE(fed.units[3].reply.empty());
+    EXPECT_EQ(fed.units[3].bytes, long_header);
+    EXPECT_TRUE(fed.units[4].good);
+    EXPECT_EQ(fed.units[4].bytes, data);
+    EXPECT_EQ(fed.units[5].bytes, bytes_of(status));
+}
+
+TEST(SimModelEpo, RecordSentencesCountAsTransfersGoodOrBad) {
+    std::string good = pvnkepo(1, 1, record(1, 1, 1));
+    std::string bad = good;
+    bad[bad.size() - 3] = bad[bad.size() - 3] == '0' ? '1' : '0';
+    Fed fed = feed_model("rz610mxxxx", bytes_of(good + bad + nmea("$PVNKEPOCLR") + nmea("$PAIR471")));
+    ASSERT_EQ(fed.units.size(), 4u);
+    EXPECT_TRUE(fed.units[0].transfer);
+    EXPECT_TRUE(fed.units[0].good);
+    EXPECT_EQ(fed.units[0].reply, "$PVNKEPO,OK*71\r\n");
+    EXPECT_TRUE(fed.units[1].transfer);
+    EXPECT_FALSE(fed.units[1].good);
+    EXPECT_EQ(fed.units[1].reply, "$PVNKEPO,FAIL*77\r\n");
+    EXPECT_FALSE(fed.units[2].transfer);
+    EXPECT_FALSE(fed.units[3].transfer);  // another platform's record sentence
+    EXPECT_TRUE(fed.units[3].reply.empty());
 }
