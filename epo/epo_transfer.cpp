@@ -17,18 +17,36 @@ bool type_in(int32_t type, const int32_t *types, int count) {
     return false;
 }
 
-long file_size_of(FILE *f) {
-    fseek(f, 0, SEEK_END);
-    long size = ftell(f);
-    fseek(f, 0, SEEK_SET);
-    return size;
-}
-
 float percent(uint32_t sent, uint32_t total) {
     return float(100.0f * float(sent) / float(total));
 }
 
 void print_progress(float p) { vk_log("[PROGRESS] %.2f%%\r\n", double(p)); }
+
+// Prints the file's summary before it is sent; its decoded type becomes the
+// current EPO type.
+void summarize_file(const char *path) {
+    EpoInfo info;
+    epo_decode_file(&info, path);
+    epo_print_info(&info);
+    epo_set_type(info.type);
+}
+
+// Opens the file to send, takes its size and says it is being sent; null
+// (after the system's reason) when it cannot be opened.
+FILE *open_to_send(const char *path, const char *name, uint32_t *size) {
+    FILE *f = fopen(path, "rb");
+    if (f == nullptr) {
+        perror("fopen");
+        return nullptr;
+    }
+    fseek(f, 0, SEEK_END);
+    *size = uint32_t(ftell(f));
+    fseek(f, 0, SEEK_SET);
+    vk_log("[INFO] Sending %s to module ...\n", name);
+    print_progress(0.0f);
+    return f;
+}
 
 // Frames one record and sends it; prints nothing.
 uint32_t send_data_frame(uint64_t port, const uint8_t *record, uint32_t len) {
@@ -285,19 +303,10 @@ uint32_t epo_send_file_offline(const EpoDialect *d, uint64_t port, const char *p
         vk_log("[ERROR] Invalid file name [%s]\r\n", name);
         return VK_ERR_PARAM;
     }
-    EpoInfo info;
-    epo_decode_file(&info, path);
-    epo_print_info(&info);
-    epo_set_type(info.type);
-
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return EPO_ERR_OPEN;
-    }
-    uint32_t size = uint32_t(file_size_of(f));
-    vk_log("[INFO] Sending %s to module ...\n", name);
-    print_progress(0.0f);
+    summarize_file(path);
+    uint32_t size = 0;
+    FILE *f = open_to_send(path, name, &size);
+    if (f == nullptr) return EPO_ERR_OPEN;
     uint32_t ret = type_in(type, d->pair_types, d->pair_type_count)
                        ? send_pair_offline(port, f, name, size, days)
                        : send_single_offline(d, port, f, name, type, size);
@@ -316,21 +325,12 @@ uint32_t epo_send_file_online(const EpoDialect *d, uint64_t port, const char *pa
         vk_log("[ERROR] Invalid file name [%s]\r\n", name);
         return VK_ERR_PARAM;
     }
-    EpoInfo info;
-    epo_decode_file(&info, path);
-    epo_print_info(&info);
-    epo_set_type(info.type);
+    summarize_file(path);
     int32_t mode = epo_mode_of_type(d, type);
     if (mode == -1) return VK_ERR_COMMAND;
-
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return EPO_ERR_OPEN;
-    }
-    uint32_t size = uint32_t(file_size_of(f));
-    vk_log("[INFO] Sending %s to module ...\n", name);
-    print_progress(0.0f);
+    uint32_t size = 0;
+    FILE *f = open_to_send(path, name, &size);
+    if (f == nullptr) return EPO_ERR_OPEN;
     uint8_t rec[EPO_RECORD_SIZE];
     uint32_t sent = 0;
     uint32_t ret = 0;
