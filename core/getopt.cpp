@@ -32,9 +32,9 @@ int vk_getopt(int argc, char *const argv[], const char *optstring) {
     }
     char *arg = argv[vk_optind];
     int c = (unsigned char)arg[g_next++];
-    const char *spec = (c == ':') ? nullptr : strchr(optstring, c);
+    const char *entry = (c == ':') ? nullptr : strchr(optstring, c);
     bool group_done = arg[g_next] == '\0';
-    if (spec == nullptr) {
+    if (entry == nullptr) {
         vk_optopt = c;
         fprintf(stderr, "unknown option -- %c\n", c);
         if (group_done) {
@@ -43,14 +43,14 @@ int vk_getopt(int argc, char *const argv[], const char *optstring) {
         }
         return '?';
     }
-    if (spec[1] != ':') {  // a plain flag
+    if (entry[1] != ':') {  // a plain flag
         if (group_done) {
             ++vk_optind;
             g_next = 0;
         }
         return c;
     }
-    bool optional = spec[2] == ':';
+    bool optional = entry[2] == ':';
     if (!group_done) {
         vk_optarg = arg + g_next;
     } else if (!optional) {
