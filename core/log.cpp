@@ -30,7 +30,11 @@ uint64_t Vk_ClockGetTimeMs() {
     clock_gettime(CLOCK_MONOTONIC, &ts);
     double ms = double(ts.tv_sec) * 1000.0 + double(ts.tv_nsec) / 1000000.0;
 #endif
-    return uint64_t(ms) & 0xFFFFFFFFu;
+    return vk_clock_ms(ms);
+}
+
+uint64_t vk_clock_ms(double ms) {
+    return uint64_t(ms) & 0xFFFFFFFFu;  // wraps after 2^32 ms, about 49.7 days
 }
 
 uint32_t vk_elapsed_since(uint64_t *origin, uint64_t now_ms) {

@@ -43,6 +43,8 @@ int platform_sleep(uint32_t microseconds);
 int Vk_GetCurrentDateTime(VkDateTime *out);
 
 // The pieces behind the clock functions, kept pure so they can be tested:
+// a clock reading in milliseconds, truncated and cut to its low 32 bits;
+uint64_t vk_clock_ms(double ms);
 // milliseconds since *origin, which the first call fixes to now (returning 0);
 uint32_t vk_elapsed_since(uint64_t *origin, uint64_t now_ms);
 // the whole milliseconds platform_sleep waits for a count of microseconds;

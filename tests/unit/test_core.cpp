@@ -59,7 +59,10 @@ TEST(Clock, FlashToolMsecsCountsFromItsFirstCall) {
     EXPECT_GE(b, a);
 }
 
-TEST(Clock, ClockIsCutTo32Bits) {
+TEST(Clock, ReadingIsTruncatedAndCutTo32Bits) {
+    EXPECT_EQ(vk_clock_ms(1234.999), 1234u);
+    EXPECT_EQ(vk_clock_ms(4294967296.0 + 5.7), 5u);
+    EXPECT_EQ(vk_clock_ms(4294967295.0), 0xFFFFFFFFu);
     EXPECT_LE(Vk_ClockGetTimeMs(), 0xFFFFFFFFull);
 }
 
