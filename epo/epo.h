@@ -22,7 +22,6 @@ enum : uint32_t {
     EPO_GR_SEGMENT = (32 + 24) * EPO_RECORD_SIZE,   // 4032 bytes
     EPO_SEGMENT_SECONDS = 6 * 3600,
     EPO_FRAME_CAPACITY = 101,
-    EPO_MAX_FILES = 3,
     EPO_MAX_SATS = 64,
 };
 
