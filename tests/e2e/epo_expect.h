@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/epo_frames.h"
 #include "tests/support/harness.h"
 #include "tools/epo_gen.h"
 
@@ -152,22 +153,7 @@ inline std::string progress_run(uint32_t count, uint32_t total, uint32_t sent_be
     return out;
 }
 
-// The 13-byte acknowledgement a binary frame gets, and the frames themselves.
-inline std::vector<uint8_t> epo_frame(uint16_t id, const std::vector<uint8_t> &payload) {
-    std::vector<uint8_t> f;
-    f.reserve(payload.size() + 9);
-    for (uint8_t b : {uint8_t(0x04), uint8_t(0x24), uint8_t(id & 0xFF), uint8_t(id >> 8),
-                      uint8_t(payload.size() & 0xFF), uint8_t(payload.size() >> 8)})
-        f.push_back(b);
-    for (uint8_t b : payload) f.push_back(b);
-    uint8_t x = 0;
-    for (size_t i = 2; i < f.size(); ++i) x ^= f[i];
-    f.push_back(x);
-    f.push_back(0xAA);
-    f.push_back(0x44);
-    return f;
-}
-
+// The payload of a begin or end frame: the system letter, zero-padded.
 inline std::vector<uint8_t> marker_payload(char letter, size_t len) {
     std::vector<uint8_t> p(len, 0);
     p[0] = uint8_t(letter);

@@ -573,6 +573,7 @@ TEST(EpoCarry, DataEndingInLineFeedIsKeptWholeAndCarryTooBigForTheBufferStays) {
 #include <termios.h>
 
 #include "serial/serial.h"
+#include "tests/support/epo_frames.h"
 
 namespace {
 
@@ -599,17 +600,6 @@ struct PtyPair {
     }
 };
 
-std::vector<uint8_t> ack_of(uint16_t id, uint8_t result = 0) {
-    std::vector<uint8_t> a = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, uint8_t(id & 0xFF), uint8_t(id >> 8),
-                              result, 0x00};
-    uint8_t x = 0;
-    for (size_t i = 2; i < a.size(); ++i) x ^= a[i];
-    a.push_back(x);
-    a.push_back(0xAA);
-    a.push_back(0x44);
-    return a;
-}
-
 std::string clock_masked(const std::string &s) {
     size_t close = s.find("] ");
     return s[0] == '[' && close != std::string::npos ? "[CLOCK]" + s.substr(close + 1) : s;
@@ -621,7 +611,7 @@ TEST(EpoBinaryAck, TextBeforeTheFrameIsEchoedAndTheFrameMatched) {
     PtyPair p;
     ASSERT_GE(int64_t(p.port), 0);
     std::vector<uint8_t> bytes = {'$', 'G', 'N', 'T', 'X', 'T', '\r', '\n'};
-    std::vector<uint8_t> ack = ack_of(1201);
+    std::vector<uint8_t> ack = epo_ack(1201);
     bytes.insert(bytes.end(), ack.begin(), ack.end());
     p.send(bytes);
     uint8_t reply[16] = {0};
@@ -639,7 +629,7 @@ TEST(EpoBinaryAck, StrayStartByteInTextIsSkippedUntilTheFrameComes) {
     PtyPair p;
     ASSERT_GE(int64_t(p.port), 0);
     std::vector<uint8_t> bytes = {0x04, '$', 'G', 'N', 'T', 'X', 'T', ',', '1', '\r', '\n'};
-    std::vector<uint8_t> ack = ack_of(1200);
+    std::vector<uint8_t> ack = epo_ack(1200);
     bytes.insert(bytes.end(), ack.begin(), ack.end());
     p.send(bytes);
     uint8_t reply[16] = {0};
@@ -651,7 +641,7 @@ TEST(EpoBinaryAck, StrayStartByteInTextIsSkippedUntilTheFrameComes) {
 TEST(EpoBinaryAck, RefusedFrameIsNotAcceptedAndTheWaitRunsOut) {
     PtyPair p;
     ASSERT_GE(int64_t(p.port), 0);
-    p.send(ack_of(1201, 1));
+    p.send(epo_ack(1201, 1));
     uint8_t reply[16] = {0};
     testing::internal::CaptureStdout();
     EXPECT_EQ(AG33XX_CheckBinCmdRsp(p.port, reply, 1201), 512u);
@@ -661,7 +651,7 @@ TEST(EpoBinaryAck, RefusedFrameIsNotAcceptedAndTheWaitRunsOut) {
 TEST(EpoBinaryAck, AcknowledgementOfAnotherFrameDoesNotCount) {
     PtyPair p;
     ASSERT_GE(int64_t(p.port), 0);
-    p.send(ack_of(1202));
+    p.send(epo_ack(1202));
     uint8_t reply[16] = {0};
     testing::internal::CaptureStdout();
     EXPECT_EQ(AG33XX_CheckBinCmdRsp(p.port, reply, 1201), 512u);

@@ -13,24 +13,12 @@
 #include <vector>
 
 #include "sim/sim.h"
+#include "tests/support/epo_frames.h"
 #include "tests/unit/sim_test_util.h"
 
 using namespace sim_test;
 
 namespace {
-
-// 04 24 | id | len | payload | XOR over id, len, payload | AA 44
-Bytes frame(uint16_t id, const Bytes &payload) {
-    Bytes f = {0x04, 0x24, uint8_t(id & 0xFF), uint8_t(id >> 8), uint8_t(payload.size() & 0xFF),
-               uint8_t(payload.size() >> 8)};
-    f.insert(f.end(), payload.begin(), payload.end());
-    uint8_t x = 0;
-    for (size_t i = 2; i < f.size(); ++i) x ^= f[i];
-    f.push_back(x);
-    f.push_back(0xAA);
-    f.push_back(0x44);
-    return f;
-}
 
 // The receiver's acknowledgement of a frame, as bytes on the wire.
 const Bytes kAckBegin = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB0, 0x04, 0x00, 0x00, 0x5B, 0xAA, 0x44};
@@ -88,12 +76,14 @@ const std::string kPos600 = nmea("$PAIR600,31.500000,121.400000,10.0,50.0,50.0,0
 
 TEST(SimEpoHelpers, AcknowledgementBytesFollowTheFrameLayout) {
     // An acknowledgement is itself a frame: id 1000, four payload bytes.
-    EXPECT_EQ(frame(1000, {0xB0, 0x04, 0x00, 0x00}), kAckBegin);
-    EXPECT_EQ(frame(1000, {0xB1, 0x04, 0x00, 0x00}), kAckData);
-    EXPECT_EQ(frame(1000, {0xB2, 0x04, 0x00, 0x00}), kAckEnd);
-    EXPECT_EQ(frame(1000, {0xB0, 0x04, 0x01, 0x00}), kNakBegin);
-    EXPECT_EQ(frame(1000, {0xB1, 0x04, 0x01, 0x00}), kNakData);
-    EXPECT_EQ(frame(1000, {0xB2, 0x04, 0x01, 0x00}), kNakEnd);
+    EXPECT_EQ(epo_frame(1000, {0xB0, 0x04, 0x00, 0x00}), kAckBegin);
+    EXPECT_EQ(epo_frame(1000, {0xB1, 0x04, 0x00, 0x00}), kAckData);
+    EXPECT_EQ(epo_frame(1000, {0xB2, 0x04, 0x00, 0x00}), kAckEnd);
+    EXPECT_EQ(epo_frame(1000, {0xB0, 0x04, 0x01, 0x00}), kNakBegin);
+    EXPECT_EQ(epo_frame(1000, {0xB1, 0x04, 0x01, 0x00}), kNakData);
+    EXPECT_EQ(epo_frame(1000, {0xB2, 0x04, 0x01, 0x00}), kNakEnd);
+    EXPECT_EQ(epo_ack(1200), kAckBegin);
+    EXPECT_EQ(epo_ack(1201, 1), kNakData);
 }
 
 TEST(SimEpoHelpers, TrailersOfTheAnswers) {
@@ -244,7 +234,7 @@ TEST(SimAg33xx, BinaryBeginDataEndAreAcknowledgedExactly) {
     Rig rig("ag33xx");
     REQUIRE_RIG(rig);
     Bytes r1 = record(300, 1, 1), r2 = record(300, 2, 2);
-    Bytes begin = frame(kBegin, {'G', 0}), d1 = frame(kData, r1), d2 = frame(kData, r2), end = frame(kEnd, {'G', 0});
+    Bytes begin = epo_frame(kBegin, {'G', 0}), d1 = epo_frame(kData, r1), d2 = epo_frame(kData, r2), end = epo_frame(kEnd, {'G', 0});
     EXPECT_EQ(rig.ask(begin, 13), kAckBegin);
     EXPECT_EQ(rig.ask(d1, 13), kAckData);
     EXPECT_EQ(rig.ask(d2, 13), kAckData);
@@ -267,12 +257,12 @@ TEST(SimAg33xx, BinaryBeginDataEndAreAcknowledgedExactly) {
 TEST(SimAg33xx, OneByteMarkersOfAGpsGlonassFileCountPerSystem) {
     Rig rig("ag33xx");
     REQUIRE_RIG(rig);
-    EXPECT_EQ(rig.ask(frame(kBegin, {'G'}), 13), kAckBegin);
-    EXPECT_EQ(rig.ask(frame(kData, record(1, 1, 1)), 13), kAckData);
-    EXPECT_EQ(rig.ask(frame(kEnd, {'G'}), 13), kAckEnd);
-    EXPECT_EQ(rig.ask(frame(kBegin, {'R'}), 13), kAckBegin);
-    for (uint8_t sv = 65; sv < 68; ++sv) EXPECT_EQ(rig.ask(frame(kData, record(1, sv, sv)), 13), kAckData);
-    EXPECT_EQ(rig.ask(frame(kEnd, {'R'}), 13), kAckEnd);
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'G'}), 13), kAckBegin);
+    EXPECT_EQ(rig.ask(epo_frame(kData, record(1, 1, 1)), 13), kAckData);
+    EXPECT_EQ(rig.ask(epo_frame(kEnd, {'G'}), 13), kAckEnd);
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'R'}), 13), kAckBegin);
+    for (uint8_t sv = 65; sv < 68; ++sv) EXPECT_EQ(rig.ask(epo_frame(kData, record(1, sv, sv)), 13), kAckData);
+    EXPECT_EQ(rig.ask(epo_frame(kEnd, {'R'}), 13), kAckEnd);
     EXPECT_ANSWER(rig, nmea("$PAIR470,0"), nmea("$PAIR470,0,1"));
     EXPECT_ANSWER(rig, nmea("$PAIR470,1"), nmea("$PAIR470,1,3"));
     SimRecord rec = rig.settle();
@@ -283,18 +273,18 @@ TEST(SimAg33xx, OneByteMarkersOfAGpsGlonassFileCountPerSystem) {
 TEST(SimAg33xx, BadFramesAreCountedAndRefused) {
     Rig rig("ag33xx");
     REQUIRE_RIG(rig);
-    Bytes bad_xor = frame(kData, record(1, 1, 1));
+    Bytes bad_xor = epo_frame(kData, record(1, 1, 1));
     bad_xor[6 + 72] ^= 0x5A;
     EXPECT_EQ(rig.ask(bad_xor, 13), kNakData);
-    Bytes bad_tail = frame(kEnd, {'G', 0});
+    Bytes bad_tail = epo_frame(kEnd, {'G', 0});
     bad_tail[bad_tail.size() - 1] = 0x45;
     EXPECT_EQ(rig.ask(bad_tail, 13), kNakEnd);
-    EXPECT_EQ(rig.ask(frame(kData, Bytes()), 13), kNakData);            // no record at all
-    EXPECT_EQ(rig.ask(frame(kBegin, {'J', 0}), 13), kNakBegin);         // no such system here
-    Bytes nak_1300 = frame(1000, {0x14, 0x05, 0x01, 0x00});
-    EXPECT_EQ(rig.ask(frame(1300, {1, 2, 3}), 13), nak_1300);          // unknown message
+    EXPECT_EQ(rig.ask(epo_frame(kData, Bytes()), 13), kNakData);            // no record at all
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'J', 0}), 13), kNakBegin);         // no such system here
+    Bytes nak_1300 = epo_frame(1000, {0x14, 0x05, 0x01, 0x00});
+    EXPECT_EQ(rig.ask(epo_frame(1300, {1, 2, 3}), 13), nak_1300);          // unknown message
     // A stray 0x04 is no frame: counted, not answered; the frame after it is taken.
-    Bytes good = frame(kData, record(2, 2, 2));
+    Bytes good = epo_frame(kData, record(2, 2, 2));
     Bytes stray = {0x04, 'x'};
     stray.insert(stray.end(), good.begin(), good.end());
     EXPECT_EQ(rig.ask(stray, 13), kAckData);
@@ -313,8 +303,8 @@ TEST(SimAg33xx, ShortTailOfAnOddSizedFileIsTakenAsItCame) {
     Rig rig("ag33xx");
     REQUIRE_RIG(rig);
     Bytes tail(17, 0x5C);
-    EXPECT_EQ(rig.ask(frame(kData, record(9, 9, 9)), 13), kAckData);
-    EXPECT_EQ(rig.ask(frame(kData, tail), 13), kAckData);
+    EXPECT_EQ(rig.ask(epo_frame(kData, record(9, 9, 9)), 13), kAckData);
+    EXPECT_EQ(rig.ask(epo_frame(kData, tail), 13), kAckData);
     SimRecord rec = rig.settle();
     ASSERT_EQ(rec.epo_records.size(), 2u);
     EXPECT_EQ(rec.epo_records[1], tail);
@@ -425,9 +415,9 @@ TEST(SimRz610mxxxx, BinaryFramesWithItsOwnLetters) {
     Rig rig("rz610mxxxx");
     REQUIRE_RIG(rig);
     Bytes q = record(5, 193, 4);
-    EXPECT_EQ(rig.ask(frame(kBegin, {'J', 0}), 13), kAckBegin);
-    EXPECT_EQ(rig.ask(frame(kData, q), 13), kAckData);
-    EXPECT_EQ(rig.ask(frame(kEnd, {'J', 0}), 13), kAckEnd);
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'J', 0}), 13), kAckBegin);
+    EXPECT_EQ(rig.ask(epo_frame(kData, q), 13), kAckData);
+    EXPECT_EQ(rig.ask(epo_frame(kEnd, {'J', 0}), 13), kAckEnd);
     EXPECT_ANSWER(rig, nmea("$PVNKEPOGETSTATUS,5"), nmea("$PVNKEPOGETSTATUS,5,1"));
     SimRecord rec = rig.settle();
     EXPECT_EQ(rec.epo_markers, (std::vector<std::string>{"begin J", "end J"}));
@@ -445,8 +435,8 @@ TEST(SimEpoFaults, RefuseAnswersEachPlatformsRefusal) {
         REQUIRE_RIG(rig);
         EXPECT_ANSWER(rig, nmea("$PAIR004"), "$PAIR001,004,1*3E\r\n");  // no restart report
         EXPECT_ANSWER(rig, nmea("$PAIR470,0"), "$PAIR001,470,1*39\r\n");
-        EXPECT_EQ(rig.ask(frame(kBegin, {'G', 0}), 13), kNakBegin);
-        EXPECT_EQ(rig.ask(frame(kData, record(1, 1, 1)), 13), kNakData);
+        EXPECT_EQ(rig.ask(epo_frame(kBegin, {'G', 0}), 13), kNakBegin);
+        EXPECT_EQ(rig.ask(epo_frame(kData, record(1, 1, 1)), 13), kNakData);
         EXPECT_ANSWER(rig, pair471(0, 1, record(1, 1, 1)), "$PAIR001,471,1*38\r\n");
         SimRecord rec = rig.settle();
         EXPECT_TRUE(rec.epo_records.empty());  // a refused record is not kept
@@ -460,7 +450,7 @@ TEST(SimEpoFaults, RefuseAnswersEachPlatformsRefusal) {
         EXPECT_ANSWER(rig, nmea("$PVNKHOT"), "$PVNKHOT,FAIL*7E\r\n");  // no GGA
         EXPECT_ANSWER(rig, nmea("$PVNKEPOGETSTATUS,1"), "$PVNKEPOGETSTATUS,FAIL*35\r\n");
         EXPECT_ANSWER(rig, pvnkepo(1, 1, record(1, 1, 1)), "$PVNKEPO,FAIL*77\r\n");
-        EXPECT_EQ(rig.ask(frame(kEnd, {'C', 0}), 13), kNakEnd);
+        EXPECT_EQ(rig.ask(epo_frame(kEnd, {'C', 0}), 13), kNakEnd);
         SimRecord rec = rig.settle();
         EXPECT_TRUE(rec.epo_records.empty());
         EXPECT_FALSE(input_pending(rig.port));
@@ -472,7 +462,7 @@ TEST(SimEpoFaults, GarbageBeforeABinaryAckHoldsTextAndStray04ButNoAck) {
     f.garbage_bytes = 60;
     Rig rig("ag33xx", f);
     REQUIRE_RIG(rig);
-    Bytes got = rig.ask(frame(kData, record(1, 1, 1)), 60 + 13);
+    Bytes got = rig.ask(epo_frame(kData, record(1, 1, 1)), 60 + 13);
     ASSERT_EQ(got.size(), 73u);
     Bytes garbage(got.begin(), got.begin() + 60), tail(got.begin() + 60, got.end());
     EXPECT_EQ(tail, kAckData);
@@ -496,7 +486,7 @@ TEST(SimEpoFaults, GarbageOnlyHidesABinaryAck) {
     f.garbage_only = true;
     Rig rig("rz610mxxxx", f);
     REQUIRE_RIG(rig);
-    Bytes got = rig.ask(frame(kBegin, {'G', 0}), 13);
+    Bytes got = rig.ask(epo_frame(kBegin, {'G', 0}), 13);
     ASSERT_EQ(got.size(), 13u);
     EXPECT_EQ(got[0], 0x04);
     EXPECT_EQ(std::count(got.begin(), got.end(), uint8_t(0xE8)), 0);
@@ -517,7 +507,7 @@ TEST(SimEpoFaults, SplitAcknowledgementsArriveInTwoPieces) {
     EXPECT_EQ(read_n(rig.port, 19, 5000, &chunks), "$PAIR001,590,0*37\r\n");
     ASSERT_GE(chunks.size(), 2u);
     EXPECT_EQ(chunks[0], "$PAIR001,5");  // cut inside the command number
-    ASSERT_TRUE(write_all(rig.port, frame(kData, record(1, 1, 1))));
+    ASSERT_TRUE(write_all(rig.port, epo_frame(kData, record(1, 1, 1))));
     chunks.clear();
     EXPECT_EQ(bytes_of(read_n(rig.port, 13, 5000, &chunks)), kAckData);
     ASSERT_GE(chunks.size(), 2u);
@@ -552,7 +542,7 @@ TEST(SimEpoFaults, RepeatOfABinaryAck) {
     REQUIRE_RIG(rig);
     Bytes twice = kAckData;
     twice.insert(twice.end(), kAckData.begin(), kAckData.end());
-    EXPECT_EQ(rig.ask(frame(kData, record(1, 1, 1)), 26), twice);
+    EXPECT_EQ(rig.ask(epo_frame(kData, record(1, 1, 1)), 26), twice);
     SimRecord rec = rig.settle();
     EXPECT_EQ(rec.epo_records.size(), 1u);  // a repeat is no new record
     EXPECT_EQ(rec.frames.size(), 1u);
@@ -564,14 +554,14 @@ TEST(SimEpoFaults, RefuseOnlyCountsSentencesAndFrames) {
     Rig rig("ag33xx", f);
     REQUIRE_RIG(rig);
     EXPECT_ANSWER(rig, kTime590, "$PAIR001,590,0*37\r\n");     // 0
-    EXPECT_EQ(rig.ask(frame(kBegin, {'G', 0}), 13), kAckBegin);   // 1
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'G', 0}), 13), kAckBegin);   // 1
     // A stray 0x04 and another talker's sentence take no number.
     ASSERT_TRUE(write_all(rig.port, Bytes{0x04, 0x00}));
     ASSERT_TRUE(write_all(rig.port, nmea("$GPTXT,hello")));
     Bytes r2 = record(2, 2, 2), r3 = record(3, 3, 3), r4 = record(4, 4, 4);
-    EXPECT_EQ(rig.ask(frame(kData, r2), 13), kAckData);            // 2
-    EXPECT_EQ(rig.ask(frame(kData, r3), 13), kNakData);            // 3
-    EXPECT_EQ(rig.ask(frame(kData, r4), 13), kAckData);            // 4
+    EXPECT_EQ(rig.ask(epo_frame(kData, r2), 13), kAckData);            // 2
+    EXPECT_EQ(rig.ask(epo_frame(kData, r3), 13), kNakData);            // 3
+    EXPECT_EQ(rig.ask(epo_frame(kData, r4), 13), kAckData);            // 4
     EXPECT_ANSWER(rig, kPos600, "$PAIR001,600,0*3D\r\n");      // 5
     SimRecord rec = rig.settle();
     EXPECT_EQ(rec.epo_records, (std::vector<Bytes>{r2, r4}));
@@ -615,9 +605,9 @@ TEST(SimEpoFaults, RefusePrefixOnBinaryDataFrames) {
     f.refuse_prefix = std::string("\x04\x24\xB1\x04", 4);
     Rig rig("ag33xx", f);
     REQUIRE_RIG(rig);
-    EXPECT_EQ(rig.ask(frame(kBegin, {'E', 0}), 13), kAckBegin);
-    EXPECT_EQ(rig.ask(frame(kData, record(1, 101, 1)), 13), kNakData);
-    EXPECT_EQ(rig.ask(frame(kEnd, {'E', 0}), 13), kAckEnd);
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'E', 0}), 13), kAckBegin);
+    EXPECT_EQ(rig.ask(epo_frame(kData, record(1, 101, 1)), 13), kNakData);
+    EXPECT_EQ(rig.ask(epo_frame(kEnd, {'E', 0}), 13), kAckEnd);
 }
 
 TEST(SimEpoFaults, SilentReceiverStillTakesWhatItIsSent) {
@@ -626,7 +616,7 @@ TEST(SimEpoFaults, SilentReceiverStillTakesWhatItIsSent) {
     Rig rig("ag33xx", f);
     REQUIRE_RIG(rig);
     ASSERT_TRUE(write_all(rig.port, pair471(0, 1, record(1, 1, 1))));
-    ASSERT_TRUE(write_all(rig.port, frame(kData, record(2, 2, 2))));
+    ASSERT_TRUE(write_all(rig.port, epo_frame(kData, record(2, 2, 2))));
     SimRecord rec = rig.settle();
     EXPECT_EQ(rec.epo_records.size(), 2u);
     EXPECT_EQ(rec.replies, 0u);
@@ -639,8 +629,8 @@ TEST(SimEpoFaults, StopAfterEndsTheAnswers) {
     Rig rig("rz610mxxxx", f);
     REQUIRE_RIG(rig);
     EXPECT_ANSWER(rig, nmea("$PVNKEPOCLR"), "$PVNKEPOCLR,OK*2C\r\n");
-    EXPECT_EQ(rig.ask(frame(kBegin, {'G', 0}), 13), kAckBegin);
-    ASSERT_TRUE(write_all(rig.port, frame(kData, record(1, 1, 1))));
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'G', 0}), 13), kAckBegin);
+    ASSERT_TRUE(write_all(rig.port, epo_frame(kData, record(1, 1, 1))));
     SimRecord rec = rig.settle();
     EXPECT_EQ(rec.replies, 2u);
     EXPECT_EQ(rec.frames.size(), 2u);
@@ -669,7 +659,7 @@ TEST(SimEpoFaults, DelayAndPaceStillGiveTheExactAck) {
     f.pace_baud = 9600;
     Rig rig("rz610mxxxx", f);
     REQUIRE_RIG(rig);
-    EXPECT_EQ(rig.ask(frame(kData, record(1, 1, 1)), 13), kAckData);
+    EXPECT_EQ(rig.ask(epo_frame(kData, record(1, 1, 1)), 13), kAckData);
     EXPECT_ANSWER(rig, nmea("$PVNKEPOCLR"), "$PVNKEPOCLR,OK*2C\r\n");
 }
 
@@ -693,7 +683,7 @@ TEST(SimEpo, PlatformNamesAreFound) {
 
 TEST(SimModelEpo, SentenceCutByAFrameStartIsDamagedAndTheFrameCounts) {
     for (const char *platform : {"ag33xx", "rz610mxxxx"}) {
-        Bytes data = frame(kData, record(1, 1, 1));
+        Bytes data = epo_frame(kData, record(1, 1, 1));
         Bytes in = bytes_of("$PAIR59");
         in.insert(in.end(), data.begin(), data.end());
         Fed fed = feed_model(platform, in);
@@ -714,7 +704,7 @@ TEST(SimModelEpo, SentenceCutByAFrameStartIsDamagedAndTheFrameCounts) {
 }
 
 TEST(SimModelEpo, StrayFrameStartsAreCountedAndParsingGoesOn) {
-    Bytes data = frame(kData, record(2, 2, 2));
+    Bytes data = epo_frame(kData, record(2, 2, 2));
     // A stray 0x04 right before the real frame's, then a header whose length
     // no frame has, before the same frame again; a sentence after each.
     const std::string status = nmea("$PAIR470,0");
