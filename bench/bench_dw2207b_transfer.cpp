@@ -58,8 +58,9 @@ int main(int argc, char **argv) {
             int64_t spawned_us = std::chrono::duration_cast<std::chrono::microseconds>(
                                      std::chrono::steady_clock::now().time_since_epoch())
                                      .count();
-            ToolRun r = run_program(VKAGNSS_BIN, {"-m", "DW2207B", "-o", "online", "-p",
-                                                  sim_slave_path(sim), "-b", "115200", "-f" + path});
+            ToolRun r =
+                run_program(VKAGNSS_BIN, {"-m", "DW2207B", "-o", "online", "-p",
+                                          sim_slave_path(sim), "-b", "115200", "-f" + path});
             sim_settle(sim, 300, 60000);  // let a paced receiver read what the line still holds
             sim_stop(sim);
             SimRecord rec = sim_record(sim);
@@ -78,11 +79,12 @@ int main(int argc, char **argv) {
             // has taken it in: the line buffers a few KiB, so a paced
             // receiver is still reading when the tool's last write returns.
             long took = (received > end ? received : end) - begin;
-            printf("%-14s run %d: tool %6ld ms, receiver done after %6ld ms, floor %8.1f ms "
-                   "(%s), over floor %+.2f %%\n",
-                   pace ? "paced 115200" : "unpaced", run + 1, end - begin, took, floor_ms,
-                   wire_ms > stats.frames * 5.0 ? "wire time" : "5 ms per frame",
-                   100.0 * (double(took) - floor_ms) / floor_ms);
+            printf(
+                "%-14s run %d: tool %6ld ms, receiver done after %6ld ms, floor %8.1f ms "
+                "(%s), over floor %+.2f %%\n",
+                pace ? "paced 115200" : "unpaced", run + 1, end - begin, took, floor_ms,
+                wire_ms > stats.frames * 5.0 ? "wire time" : "5 ms per frame",
+                100.0 * (double(took) - floor_ms) / floor_ms);
         }
     }
     remove(path.c_str());

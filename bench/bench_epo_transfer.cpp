@@ -60,9 +60,9 @@ int main(int argc, char **argv) {
                     fprintf(stderr, "sim: %s\n", err.c_str());
                     return 1;
                 }
-                ToolRun r = run_program(VKAGNSS_BIN, {"-m", "AG33XX", "-o", c.mode, "-p",
-                                                      sim_slave_path(sim), "-b", "115200",
-                                                      "-f" + path});
+                ToolRun r =
+                    run_program(VKAGNSS_BIN, {"-m", "AG33XX", "-o", c.mode, "-p",
+                                              sim_slave_path(sim), "-b", "115200", "-f" + path});
                 sim_stop(sim);
                 SimRecord rec = sim_record(sim);
                 sim_free(sim);
@@ -74,14 +74,15 @@ int main(int argc, char **argv) {
                     return 1;
                 }
                 size_t answers = rec.replies;
-                double wire_ms = pace ? double(rec.raw.size() + answers * c.ack_bytes) * 10.0 *
-                                            1000.0 / pace
-                                      : 0.0;
+                double wire_ms =
+                    pace ? double(rec.raw.size() + answers * c.ack_bytes) * 10.0 * 1000.0 / pace
+                         : 0.0;
                 double per_record = (double(end - begin) - wire_ms) / double(records);
-                printf("%-34s %-13s run %d: %4zu records in %6ld ms, wire %7.1f ms, "
-                       "%.3f ms per record beyond the wire\n",
-                       c.label, pace ? "paced 115200" : "unpaced", run + 1, records, end - begin,
-                       wire_ms, per_record);
+                printf(
+                    "%-34s %-13s run %d: %4zu records in %6ld ms, wire %7.1f ms, "
+                    "%.3f ms per record beyond the wire\n",
+                    c.label, pace ? "paced 115200" : "unpaced", run + 1, records, end - begin,
+                    wire_ms, per_record);
             }
         }
     }

@@ -50,8 +50,9 @@ int main(int argc, char **argv) {
     sim_free(sim);
     std::sort(us.begin(), us.end());
     auto at = [&](double q) { return us[size_t(q * double(us.size() - 1))] / 1000.0; };
-    printf("serial_read after the last reply byte, %zu rounds: median %.3f ms, p90 %.3f ms, "
-           "p99 %.3f ms, max %.3f ms\n",
-           us.size(), at(0.5), at(0.9), at(0.99), us.back() / 1000.0);
+    printf(
+        "serial_read after the last reply byte, %zu rounds: median %.3f ms, p90 %.3f ms, "
+        "p99 %.3f ms, max %.3f ms\n",
+        us.size(), at(0.5), at(0.9), at(0.99), us.back() / 1000.0);
     return 0;
 }

@@ -42,9 +42,7 @@ uint32_t vk_elapsed_since(uint64_t *origin, uint64_t now_ms) {
     return uint32_t(now_ms - *origin);
 }
 
-uint32_t flash_tool_msecs() {
-    return vk_elapsed_since(&g_origin_ms, Vk_ClockGetTimeMs());
-}
+uint32_t flash_tool_msecs() { return vk_elapsed_since(&g_origin_ms, Vk_ClockGetTimeMs()); }
 
 float flash_tool_secs() {
     uint32_t ms = flash_tool_msecs();
@@ -81,8 +79,7 @@ int platform_sleep(uint32_t microseconds) {
 #else
     vk_precise_timers();
     timespec req{time_t(ms / 1000), long(ms % 1000) * 1000000L};
-    while (nanosleep(&req, &req) != 0) {
-    }
+    while (nanosleep(&req, &req) != 0) {}
 #endif
     return 0;
 }

@@ -17,10 +17,10 @@
 
 // Seven signed 32-bit fields, UTC.
 struct VkDateTime {
-    int32_t year;    // four digits
-    int32_t month;   // 1-12
-    int32_t day;     // 1-31
-    int32_t hour;    // 0-23
+    int32_t year;   // four digits
+    int32_t month;  // 1-12
+    int32_t day;    // 1-31
+    int32_t hour;   // 0-23
     int32_t minute;
     int32_t second;
     int32_t millisecond;  // 0-999

@@ -12,8 +12,7 @@
 
 namespace {
 
-const VkStartWayName kCommonStartWays[] = {
-    {"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}};
+const VkStartWayName kCommonStartWays[] = {{"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}};
 
 const char kPosEnableFormat[] = "[INFO] Pos Enable:%d,Lat:%s,Lon:%s,Altitude:%s,PosAcc:%s";
 
@@ -267,8 +266,10 @@ uint32_t vk_check_file_access(const char *path) {
         err = EISDIR;
     } else {
         FILE *f = fopen(path, "rb");
-        if (f == nullptr) err = errno;
-        else fclose(f);
+        if (f == nullptr)
+            err = errno;
+        else
+            fclose(f);
     }
     if (err == 0) return VK_OK;
     vk_log("[ERROR] Fail to access %s, errno: %d (%s)\n", path, err, strerror(err));

@@ -20,8 +20,8 @@ enum : uint32_t {
 // -u: what the aiding steps need of the time string.
 struct VkTimeAid {
     int enable;
-    int type;           // 0: use utc below, 1: use the computer's current UTC
-    char utc[34];       // year-month-day-hour:minute:second
+    int type;      // 0: use utc below, 1: use the computer's current UTC
+    char utc[34];  // year-month-day-hour:minute:second
     int leap;
     char accuracy[18];
 };
@@ -61,14 +61,14 @@ struct VkOptionRules {
     const char *optstring;
     const VkStartWayName *start_ways;  // null: NONE, HOT, WARM, COLD
     int start_way_count;
-    uint32_t module_keep;              // characters of -m kept (63 unless a backend keeps fewer)
-    const char *pos_enable_format;     // logged after a valid -l; null: the common line
-    const char *clear_message;         // logged for -c; null: nothing
-    const char *time_error_word;       // "time" unless a backend words its time errors otherwise
-    bool skip_double_comma_check;      // backends that catch ",," only as a missing field
-    bool log_each_option;              // "[DEBUG] Option -%c with argument: %s\n"
-    bool file_list;                    // -f takes up to three comma-separated paths
-    bool file_missing_index;           // a missing path is reported with its index
+    uint32_t module_keep;           // characters of -m kept (63 unless a backend keeps fewer)
+    const char *pos_enable_format;  // logged after a valid -l; null: the common line
+    const char *clear_message;      // logged for -c; null: nothing
+    const char *time_error_word;    // "time" unless a backend words its time errors otherwise
+    bool skip_double_comma_check;   // backends that catch ",," only as a missing field
+    bool log_each_option;           // "[DEBUG] Option -%c with argument: %s\n"
+    bool file_list;                 // -f takes up to three comma-separated paths
+    bool file_missing_index;        // a missing path is reported with its index
 };
 
 // Parses argv with the backend's rules into *out (zeroed first).

@@ -7,14 +7,15 @@ namespace {
 
 const VkOptionRules kRules = {
     "m:o:p:b:f::b:s::u::l::R:T:",
-    nullptr, 0,  // NONE, HOT, WARM, COLD
-    0,           // module name: 63 characters
-    nullptr,     // the common "Pos Enable" line
-    nullptr,     // no -c
-    nullptr,     // time errors in the words of time
-    false,       // ",," is refused
-    false,       // options not logged one by one
-    false,       // one file
+    nullptr,
+    0,        // NONE, HOT, WARM, COLD
+    0,        // module name: 63 characters
+    nullptr,  // the common "Pos Enable" line
+    nullptr,  // no -c
+    nullptr,  // time errors in the words of time
+    false,    // ",," is refused
+    false,    // options not logged one by one
+    false,    // one file
     false,
 };
 

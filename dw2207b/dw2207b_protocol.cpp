@@ -41,9 +41,7 @@ uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(uint64_t handle, const char 
 uint32_t DW2207B_SendStartWay(uint64_t handle, int start_way) {
     const char *body;
     switch (start_way) {
-        case 0:
-            vk_log(" no start way\n");
-            return 0;
+        case 0: vk_log(" no start way\n"); return 0;
         case 1: body = "$RESET,0,h00"; break;
         case 2: body = "$RESET,0,h01"; break;
         case 3: body = "$RESET,0,hFF"; break;
@@ -70,8 +68,8 @@ uint32_t DW2207B_SendAidTime(uint64_t handle, const VkTimeAid *time) {
         Vk_GetCurrentDateTime(&t);
     }
     char cmd[349];
-    snprintf(cmd, sizeof cmd, "%s,%d,%d,%d,%d,%d,%d,%d", "$AIDTIME", t.year, t.month, t.day,
-             t.hour, t.minute, t.second, 0);
+    snprintf(cmd, sizeof cmd, "%s,%d,%d,%d,%d,%d,%d,%d", "$AIDTIME", t.year, t.month, t.day, t.hour,
+             t.minute, t.second, 0);
     uint32_t len = Vk_NMEA_AppendTrailer(cmd, sizeof cmd);
     vk_log(" AID TIME cmd: %s", cmd);
     uint32_t sent = 0;

@@ -18,8 +18,8 @@
 
 enum : uint32_t {
     EPO_RECORD_SIZE = 72,
-    EPO_GPS_SEGMENT = 32 * EPO_RECORD_SIZE,         // 2304 bytes
-    EPO_GR_SEGMENT = (32 + 24) * EPO_RECORD_SIZE,   // 4032 bytes
+    EPO_GPS_SEGMENT = 32 * EPO_RECORD_SIZE,        // 2304 bytes
+    EPO_GR_SEGMENT = (32 + 24) * EPO_RECORD_SIZE,  // 4032 bytes
     EPO_SEGMENT_SECONDS = 6 * 3600,
     EPO_FRAME_CAPACITY = 101,
     EPO_MAX_SATS = 64,
@@ -27,13 +27,13 @@ enum : uint32_t {
 
 // Result codes of this engine beyond the shared ones.
 enum : uint32_t {
-    EPO_ERR_WRITE_TIME = 0x201,   // short write of the time or the clear command
-    EPO_ERR_ACK = 0x202,          // acknowledgement malformed, refused or short write of the position
-    EPO_ERR_WRITE_RECORD = 0x203, // short write of a record
-    EPO_ERR_OPEN = 0x204,         // file cannot be opened
-    EPO_ERR_READ = 0x205,         // a record read returned nothing
-    EPO_ERR_FRAME = 0x206,        // begin or end frame failed, or the header is unreadable
-    EPO_ERR_NO_DATA = 0x300,      // the receiver holds no EPO data
+    EPO_ERR_WRITE_TIME = 0x201,  // short write of the time or the clear command
+    EPO_ERR_ACK = 0x202,  // acknowledgement malformed, refused or short write of the position
+    EPO_ERR_WRITE_RECORD = 0x203,  // short write of a record
+    EPO_ERR_OPEN = 0x204,          // file cannot be opened
+    EPO_ERR_READ = 0x205,          // a record read returned nothing
+    EPO_ERR_FRAME = 0x206,         // begin or end frame failed, or the header is unreadable
+    EPO_ERR_NO_DATA = 0x300,       // the receiver holds no EPO data
 };
 
 // EPO types: 0 GPS, 1 GPS+GLONASS, 2 Galileo, 3 BeiDou, -1 not recognised;
@@ -50,7 +50,7 @@ struct EpoInfo {
 struct EpoNameRule {
     const char *text;  // substring of the file name
     int32_t type;
-    int32_t days;      // -1: the number read eight characters after the match
+    int32_t days;  // -1: the number read eight characters after the match
 };
 
 struct EpoTypeValue {
@@ -72,37 +72,37 @@ struct EpoDialect {
     int offline_name_count;
     const EpoNameRule *online_names;  // days unused
     int online_name_count;
-    const EpoTypeValue *modes;        // type -> transfer mode
+    const EpoTypeValue *modes;  // type -> transfer mode
     int mode_count;
-    const EpoLetter *letters;         // type -> system letter of begin/end frames
+    const EpoLetter *letters;  // type -> system letter of begin/end frames
     int letter_count;
-    bool prn_by_mode;                 // the record PRN rule is keyed by mode, not type
-    bool check_prn;                   // refuse a record whose PRN is not the expected one
+    bool prn_by_mode;  // the record PRN rule is keyed by mode, not type
+    bool check_prn;    // refuse a record whose PRN is not the expected one
     // Satellite lists of types without a header: type -> count (1 .. count).
     const EpoTypeValue *plain_lists;
     int plain_list_count;
-    const int32_t *header_types;      // types whose files start with a header record
+    const int32_t *header_types;  // types whose files start with a header record
     int header_type_count;
-    const int32_t *pair_types;        // GPS+GLONASS types sent as 32 + 24 records
+    const int32_t *pair_types;  // GPS+GLONASS types sent as 32 + 24 records
     int pair_type_count;
-    int32_t pair_gps_mask;            // mode & mask: the mode of the GPS records
-    int32_t pair_glo_mask;            // mode & mask: the mode of the GLONASS records
+    int32_t pair_gps_mask;               // mode & mask: the mode of the GPS records
+    int32_t pair_glo_mask;               // mode & mask: the mode of the GLONASS records
     const EpoTypeValue *status_systems;  // type -> first system number of the status query
     int status_system_count;
 
     // Commands.
-    const char *start_bodies[5];      // index 1..4; null: no such start way
-    const char *start_log;            // log format of the restart, "%s" is the sentence
-    const char *command_log;          // log format of the other commands
-    const char *restart_report;       // the report that shows the restart is done
+    const char *start_bodies[5];  // index 1..4; null: no such start way
+    const char *start_log;        // log format of the restart, "%s" is the sentence
+    const char *command_log;      // log format of the other commands
+    const char *restart_report;   // the report that shows the restart is done
     const char *time_address;
     const char *pos_address;
     const char *clear_address;
     const char *clear_log;
     const char *status_address;
-    bool status_full_expect;          // the status report repeats "<address>,<system>"
+    bool status_full_expect;  // the status report repeats "<address>,<system>"
     const char *record_address;
-    const char *lat_lon_line;         // logged before the position is sent
+    const char *lat_lon_line;  // logged before the position is sent
     // Builds the time sentence body into out from the date and the time aid.
     void (*time_body)(char *out, size_t size, const int *ymdhms, const VkTimeAid *time);
     // Builds the position sentence body.
@@ -113,7 +113,7 @@ struct EpoDialect {
     uint32_t (*check_ack)(const char *buf, uint32_t len, const char *address, uint32_t current);
     // Judges one read for a report.
     uint32_t (*check_report)(const char *buf, uint32_t len, const char *expected, uint32_t current);
-    bool log_record_after_write;      // "[DEBUG] Send VEPO cmd: %s\n"
+    bool log_record_after_write;  // "[DEBUG] Send VEPO cmd: %s\n"
 
     // Entries.
     const char *online_entry_line;
@@ -140,7 +140,8 @@ const char *epo_type_text(int32_t type);
 
 // --- sentence commands -----------------------------------------------------------
 uint32_t epo_wait_ack(const EpoDialect *d, uint64_t port, const char *address, uint32_t timeout_ms);
-uint32_t epo_wait_report(const EpoDialect *d, uint64_t port, const char *expected, uint32_t timeout_ms);
+uint32_t epo_wait_report(const EpoDialect *d, uint64_t port, const char *expected,
+                         uint32_t timeout_ms);
 uint32_t epo_send_start_way(const EpoDialect *d, uint64_t port, int way);
 uint32_t epo_send_time(const EpoDialect *d, uint64_t port, const VkTimeAid *time);
 uint32_t epo_send_pos(const EpoDialect *d, uint64_t port, const VkPosAid *pos);
@@ -150,9 +151,11 @@ uint32_t epo_send_record(const EpoDialect *d, uint64_t port, const uint8_t *reco
                          int expected_sv);
 // The acknowledgement and report checks of the two dialects.
 uint32_t epo_check_pair_ack(const char *buf, uint32_t len, const char *address, uint32_t current);
-uint32_t epo_check_pair_report(const char *buf, uint32_t len, const char *expected, uint32_t current);
+uint32_t epo_check_pair_report(const char *buf, uint32_t len, const char *expected,
+                               uint32_t current);
 uint32_t epo_check_pvnk_ack(const char *buf, uint32_t len, const char *address, uint32_t current);
-uint32_t epo_check_pvnk_report(const char *buf, uint32_t len, const char *expected, uint32_t current);
+uint32_t epo_check_pvnk_report(const char *buf, uint32_t len, const char *expected,
+                               uint32_t current);
 // Appends a record's 18 little-endian words to the text of length len in out,
 // each as ",%X" or, with fixed_width, ",%08X".
 void epo_append_record_words(char *out, size_t size, int len, const uint8_t *record,

@@ -77,8 +77,8 @@ void epo_append_record_words(char *out, size_t size, int len, const uint8_t *rec
                              bool fixed_width) {
     for (int w = 0; w < 18 && len > 0 && size_t(len) < size; ++w) {
         const uint8_t *p = record + 4 * w;
-        unsigned word = unsigned(p[0]) | unsigned(p[1]) << 8 | unsigned(p[2]) << 16 |
-                        unsigned(p[3]) << 24;
+        unsigned word =
+            unsigned(p[0]) | unsigned(p[1]) << 8 | unsigned(p[2]) << 16 | unsigned(p[3]) << 24;
         len += snprintf(out + len, size - size_t(len), fixed_width ? ",%08X" : ",%X", word);
     }
 }
@@ -110,7 +110,8 @@ uint32_t epo_check_pair_ack(const char *buf, uint32_t len, const char *address, 
     // "$PAIR001,<command number>,<result>"
     size_t c1 = body.find(',');
     size_t c2 = body.find(',', c1 + 1);
-    std::string number = body.substr(c1 + 1, c2 == std::string::npos ? std::string::npos : c2 - c1 - 1);
+    std::string number =
+        body.substr(c1 + 1, c2 == std::string::npos ? std::string::npos : c2 - c1 - 1);
     int result = c2 == std::string::npos ? 0 : atoi(body.c_str() + c2 + 1);
     if (strncmp(number.c_str(), id, number.size()) == 0 && result == 0) return 0;
     vk_log("[ERROR] check_id: %s,check_ret:%d\n", number.c_str(), result);
@@ -161,7 +162,8 @@ uint32_t epo_check_pvnk_report(const char *buf, uint32_t len, const char *expect
     return VK_ERR_NO_REPLY;
 }
 
-uint32_t epo_wait_ack(const EpoDialect *d, uint64_t port, const char *address, uint32_t timeout_ms) {
+uint32_t epo_wait_ack(const EpoDialect *d, uint64_t port, const char *address,
+                      uint32_t timeout_ms) {
     VkReplyWait how = wait_rules(timeout_ms);
     return Vk_WaitReply(port, address, d->check_ack, &how);
 }

@@ -65,7 +65,8 @@ EpoInfo *epo_decode_file(EpoInfo *info, const char *path) {
         }
         {
             uint32_t hour = uint32_t(rec[0]) | uint32_t(rec[1]) << 8 | uint32_t(rec[2]) << 16;
-            r.start_time = uint32_t(hour * 3600u);  // wraps modulo 2^32, as the receiver's own tools do
+            r.start_time =
+                uint32_t(hour * 3600u);  // wraps modulo 2^32, as the receiver's own tools do
             r.type = type_of_svid(rec[3]);
         }
         if (r.type == 0 && r.file_size % EPO_GR_SEGMENT == 0) {
@@ -95,7 +96,8 @@ EpoInfo *epo_decode_file(EpoInfo *info, const char *path) {
                 vk_log("[ERROR] EPO header lists no satellite\n");
                 r.type = -1;
             } else {
-                r.segment_count = (r.file_size - EPO_RECORD_SIZE) / (uint32_t(sats) * EPO_RECORD_SIZE);
+                r.segment_count =
+                    (r.file_size - EPO_RECORD_SIZE) / (uint32_t(sats) * EPO_RECORD_SIZE);
             }
         }
         if (r.type == -1) {
@@ -114,9 +116,7 @@ done:
     return info;
 }
 
-void epo_print_info(const EpoInfo *info) {
-    print_lines(info, "INFO", true);
-}
+void epo_print_info(const EpoInfo *info) { print_lines(info, "INFO", true); }
 
 void epo_to_agnss_info(const EpoInfo *epo, VkAgnssInfo *agnss) {
     agnss->file_size = epo->file_size;

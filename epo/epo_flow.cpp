@@ -25,7 +25,8 @@ uint32_t prepare(const EpoDialect *d, bool offline, int argc, char **argv, VkOpt
     }
     *port = serial_open(opts->port, uint32_t(opts->baud));
     if (int64_t(*port) < 0) {
-        vk_log(offline ? "[ERROR] Fail to open uart %s\n" : "[ERROR] Fail to open %s\n", opts->port);
+        vk_log(offline ? "[ERROR] Fail to open uart %s\n" : "[ERROR] Fail to open %s\n",
+               opts->port);
         return VK_ERR_PORT_OPEN;
     }
     vk_log(" open uart_fd:%ld\n", long(*port));
@@ -85,8 +86,8 @@ uint32_t epo_run_offline(const EpoDialect *d, int argc, char **argv) {
 }
 
 uint32_t epo_run_file_info(int argc, char **argv) {
-    static const VkOptionRules kRules = {
-        "m:f::", nullptr, 0, 0, nullptr, nullptr, nullptr, false, false, true, true};
+    static const VkOptionRules kRules = {"m:f::", nullptr, 0,     0,    nullptr, nullptr,
+                                         nullptr, false,   false, true, true};
     vk_log("[INFO] enter AG33XX Agnss decode file func \n");
     VkOptions opts;
     uint32_t ret = vk_parse_options(argc, argv, &kRules, &opts);

@@ -17,9 +17,7 @@ bool type_in(int32_t type, const int32_t *types, int count) {
     return false;
 }
 
-float percent(uint32_t sent, uint32_t total) {
-    return float(100.0f * float(sent) / float(total));
-}
+float percent(uint32_t sent, uint32_t total) { return float(100.0f * float(sent) / float(total)); }
 
 void print_progress(float p) { vk_log("[PROGRESS] %.2f%%\r\n", double(p)); }
 
@@ -109,8 +107,8 @@ uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t si
 
     for (int i = 0; i < segments && !switched; ++i) {
         if (i == 0 && (result = send_marker(port, "G", 1, BIN_BEGIN)) != 0) return result;
-        result = send_records(port, f, long(i) * EPO_GR_SEGMENT, 32, name, size, &sent, nullptr,
-                              &fatal);
+        result =
+            send_records(port, f, long(i) * EPO_GR_SEGMENT, 32, name, size, &sent, nullptr, &fatal);
         if (fatal) return result;
         if (result != 0) {
             cut_short = result;  // the rest of this segment is abandoned
@@ -188,7 +186,8 @@ uint16_t epo_msg_id(int bin_type) {
 
 uint32_t epo_package_frame(uint16_t msg_id, const uint8_t *payload, uint32_t len, uint8_t *out,
                            uint32_t *inout_len) {
-    if (payload == nullptr || inout_len == nullptr || *inout_len < 1 || out == nullptr || len == 0) {
+    if (payload == nullptr || inout_len == nullptr || *inout_len < 1 || out == nullptr ||
+        len == 0) {
         vk_log("[ERROR] Para is invalid\n");
         return VK_ERR_PARAM;
     }
@@ -212,8 +211,8 @@ uint32_t epo_package_frame(uint16_t msg_id, const uint8_t *payload, uint32_t len
 
 uint32_t epo_wait_bin_ack(uint64_t port, uint8_t *reply, uint16_t msg_id) {
     // 04 24 | E8 03 | 04 00 | id (as sent) | 00 00 | checksum | AA 44
-    const int expected[13] = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, msg_id & 0xFF, msg_id >> 8,
-                              0x00, 0x00, -1,   0xAA, 0x44};
+    const int expected[13] = {0x04,        0x24, 0xE8, 0x03, 0x04, 0x00, msg_id & 0xFF,
+                              msg_id >> 8, 0x00, 0x00, -1,   0xAA, 0x44};
     printf("[%llu] ", (unsigned long long)Vk_ClockGetTimeMs());
     uint32_t result = VK_ERR_NO_REPLY;
     int state = 0;

@@ -14,11 +14,11 @@ const EpoNameRule kOfflineNames[] = {
     {"EPO_GAL_", 2, -1},           {"ELPO_GAL_3.DAT", 2, -1},     {"ELPO_GLO_3.DAT", 4, 3},
     {"ELPO_GPS_07days.DAT", 0, 7}, {"ELPO_GLO_07days.DAT", 4, 7}, {"ELPO_GAL_07days.DAT", 2, 7},
     {"ELPO_BD_07days.DAT", 3, 7},  {"ELPO_QZSS_3.DAT", 5, 3},     {"ELPO_QZSS_07days.DAT", 5, 7}};
-const EpoNameRule kOnlineNames[] = {
-    {"VGPS.DAT", 0, 0},       {"VBD2.DAT", 3, 0},       {"VGA.DAT", 2, 0},
-    {"VG_R.DAT", 1, 0},       {"VELPO_GPS.DAT", 10, 0}, {"VELPO_GLO.DAT", 11, 0},
-    {"VELPO_GAL.DAT", 12, 0}, {"VELPO_BDS.DAT", 13, 0}, {"VELPO_QZSS.DAT", 14, 0},
-    {"VELPO_GR.DAT", 15, 0}};
+const EpoNameRule kOnlineNames[] = {{"VGPS.DAT", 0, 0},        {"VBD2.DAT", 3, 0},
+                                    {"VGA.DAT", 2, 0},         {"VG_R.DAT", 1, 0},
+                                    {"VELPO_GPS.DAT", 10, 0},  {"VELPO_GLO.DAT", 11, 0},
+                                    {"VELPO_GAL.DAT", 12, 0},  {"VELPO_BDS.DAT", 13, 0},
+                                    {"VELPO_QZSS.DAT", 14, 0}, {"VELPO_GR.DAT", 15, 0}};
 const EpoLetter kLetters[] = {{0, "G"}, {2, "E"}, {3, "C"}, {4, "R"}, {5, "J"}};
 const EpoTypeValue kPlainLists[] = {{4, 24}, {5, 7}, {11, 24}, {14, 7}};
 const int32_t kHeaderTypes[] = {2, 3, 12, 13};
@@ -56,18 +56,43 @@ const EpoTypeValue RZ610MXXXX_EpoInfoTable[20] = {
 
 const EpoDialect RZ610MXXXX_Dialect = {
     "RZ610MXXXX",
-    kOfflineNames, 15, kOnlineNames, 10, RZ610MXXXX_EpoInfoTable, 11, kLetters, 5,
-    true,   // PRN rule keyed by mode
-    true,   // a record whose PRN is not the expected satellite is not sent
-    kPlainLists, 4, kHeaderTypes, 4, kPairTypes, 2,
-    1, 2,   // GPS records with mode & 1, GLONASS records with mode & 2
-    kStatusSystems, 4,
+    kOfflineNames,
+    15,
+    kOnlineNames,
+    10,
+    RZ610MXXXX_EpoInfoTable,
+    11,
+    kLetters,
+    5,
+    true,  // PRN rule keyed by mode
+    true,  // a record whose PRN is not the expected satellite is not sent
+    kPlainLists,
+    4,
+    kHeaderTypes,
+    4,
+    kPairTypes,
+    2,
+    1,
+    2,  // GPS records with mode & 1, GLONASS records with mode & 2
+    kStatusSystems,
+    4,
     {nullptr, "$PVNKHOT", "$PVNKWARM", "$PVNKCOLD", nullptr},
-    "[INFO] send cmd:%s\n", "[INFO] send cmd: %s\n", "GGA",
-    "$PVNKAIDTIME", "$PVNKAIDPOS", "$PVNKEPOCLR", " cmd: %s\n", "$PVNKEPOGETSTATUS", false,
+    "[INFO] send cmd:%s\n",
+    "[INFO] send cmd: %s\n",
+    "GGA",
+    "$PVNKAIDTIME",
+    "$PVNKAIDPOS",
+    "$PVNKEPOCLR",
+    " cmd: %s\n",
+    "$PVNKEPOGETSTATUS",
+    false,
     "$PVNKEPO",
     "[DEBUG] lat: %0.6f,lon: %0.6f,altitude:%0.6f\n",
-    time_body, pos_body, record_body, epo_check_pvnk_ack, epo_check_pvnk_report,
+    time_body,
+    pos_body,
+    record_body,
+    epo_check_pvnk_ack,
+    epo_check_pvnk_report,
     true,
     "[INFO] enter RZ610MXXXX AgnssOnline\n",
     "[INFO] enter RZ610MXXXX Agnss Offline\n",

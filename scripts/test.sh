@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test: the native build, the same tests
-# under AddressSanitizer and UndefinedBehaviorSanitizer, and the Windows
-# cross-build of the tool.
+# Builds everything and runs every test: the formatting check, the native
+# build, the same tests under AddressSanitizer and UndefinedBehaviorSanitizer,
+# the fuzz targets, and the Windows cross-build of the tool.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
+
+echo "== formatting"
+scripts/check-format.sh
 
 jobs=$(nproc)
 echo "== native build and tests"

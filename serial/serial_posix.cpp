@@ -26,7 +26,6 @@
 
 namespace {
 
-
 struct BaudEntry {
     uint32_t baud;
     speed_t code;
@@ -34,9 +33,9 @@ struct BaudEntry {
 
 // The rates this host's termios names with a B constant.
 const BaudEntry kBaudTable[] = {
-    {50, B50},       {75, B75},       {110, B110},     {134, B134},     {150, B150},
-    {200, B200},     {300, B300},     {600, B600},     {1200, B1200},   {1800, B1800},
-    {2400, B2400},   {4800, B4800},   {9600, B9600},   {19200, B19200}, {38400, B38400},
+    {50, B50},           {75, B75},     {110, B110},   {134, B134},     {150, B150},
+    {200, B200},         {300, B300},   {600, B600},   {1200, B1200},   {1800, B1800},
+    {2400, B2400},       {4800, B4800}, {9600, B9600}, {19200, B19200}, {38400, B38400},
 #ifdef B57600
     {57600, B57600},
 #endif
@@ -193,7 +192,8 @@ int wait_readable(int fd, int64_t deadline_ns) {
 // Reads up to len bytes before the time-out. With stop_on_gap the read ends
 // as soon as the line falls quiet after the first byte; without, it waits for
 // all len bytes.
-uint32_t read_port(uint64_t handle, uint8_t *buf, uint32_t len, uint32_t timeout_ms, bool stop_on_gap) {
+uint32_t read_port(uint64_t handle, uint8_t *buf, uint32_t len, uint32_t timeout_ms,
+                   bool stop_on_gap) {
     int fd = -1;
     if (!handle_fd(handle, &fd) || buf == nullptr) return 0;
     const int64_t deadline = now_ns() + int64_t(timeout_ms) * 1000000LL;
@@ -360,9 +360,7 @@ uint32_t serial_write(uint64_t handle, const void *buf, uint64_t len) {
     return n;
 }
 
-uint32_t serial_write_byte(uint64_t handle, uint8_t b) {
-    return write_port(handle, &b, 1);
-}
+uint32_t serial_write_byte(uint64_t handle, uint8_t b) { return write_port(handle, &b, 1); }
 
 int serial_flush(uint64_t handle) {
     int fd = -1;
@@ -425,5 +423,3 @@ int serial_CfgDTR(uint64_t handle, uint32_t level) {
     // DTR only; see serial_open for how this maps the Win32 routine.
     return set_modem_line(handle, TIOCM_DTR, level) ? 1 : 0;
 }
-
-

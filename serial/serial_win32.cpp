@@ -16,14 +16,14 @@
 
 namespace {
 
-
 HANDLE to_handle(uint64_t handle) {
     return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(handle));
 }
 
 // One blocking read under the given read time-outs; the count delivered is
 // the result whatever ReadFile itself reports.
-uint32_t read_with_timeouts(uint64_t handle, void *buf, uint64_t len, DWORD interval, DWORD constant) {
+uint32_t read_with_timeouts(uint64_t handle, void *buf, uint64_t len, DWORD interval,
+                            DWORD constant) {
     HANDLE h = to_handle(handle);
     COMMTIMEOUTS to;
     std::memset(&to, 0, sizeof to);  // write time-outs 0: none
@@ -41,7 +41,8 @@ uint32_t read_with_timeouts(uint64_t handle, void *buf, uint64_t len, DWORD inte
 uint64_t serial_open(const char *name, uint32_t baud) {
     char path[32];
     serial_win32_device_path(name, path);
-    HANDLE h = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE h =
+        CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     if (h == INVALID_HANDLE_VALUE) return SERIAL_INVALID_HANDLE;
 
     DCB dcb;
@@ -173,5 +174,3 @@ int serial_CfgDTR(uint64_t handle, uint32_t level) {
     }
     return set_line(handle, SETDTR, CLRDTR, level);
 }
-
-

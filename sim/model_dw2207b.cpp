@@ -57,7 +57,8 @@ void finish_frame(const std::vector<uint8_t> &f, SimUnit *u) {
         unsigned type = len >= 2 ? (unsigned(f[3]) << 4 | f[4] >> 4) : 0;
         std::snprintf(text, sizeof text, "RTCM 3 frame, message %u, %zu bytes", type, f.size());
     } else {
-        std::snprintf(text, sizeof text, "RTCM 3 frame with bad CRC (stored %06X, computed %06X), %zu bytes",
+        std::snprintf(text, sizeof text,
+                      "RTCM 3 frame with bad CRC (stored %06X, computed %06X), %zu bytes",
                       unsigned(stored), unsigned(computed), f.size());
     }
     u->describe = text;

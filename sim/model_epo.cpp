@@ -28,13 +28,13 @@ struct EpoSimState {
     const EpoSimDialect *dialect = nullptr;
     SimInput in;
 
-    EpoEffect pending;       // the effect of the unit last completed, until its commit
+    EpoEffect pending;  // the effect of the unit last completed, until its commit
 
     // The receiver's memory.
     uint32_t stored[EPO_SIM_SYSTEMS] = {};
-    uint32_t stored_total = 0;   // since the last clear, systems known or not
-    int block_system = -1;       // system of the open begin/end block; -1 none
-    uint32_t since_marker = 0;   // records accepted since the last begin/end frame
+    uint32_t stored_total = 0;  // since the last clear, systems known or not
+    int block_system = -1;      // system of the open begin/end block; -1 none
+    uint32_t since_marker = 0;  // records accepted since the last begin/end frame
 };
 
 namespace {
@@ -64,8 +64,19 @@ std::string address_of(const std::string &body) { return body.substr(0, body.fin
 
 // The 13-byte acknowledgement of a frame id with a result (0 accept, 1 refuse).
 std::string bin_ack(uint16_t id, uint16_t result) {
-    uint8_t a[13] = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, uint8_t(id & 0xFF), uint8_t(id >> 8),
-                     uint8_t(result & 0xFF), uint8_t(result >> 8), 0, 0xAA, 0x44};
+    uint8_t a[13] = {0x04,
+                     0x24,
+                     0xE8,
+                     0x03,
+                     0x04,
+                     0x00,
+                     uint8_t(id & 0xFF),
+                     uint8_t(id >> 8),
+                     uint8_t(result & 0xFF),
+                     uint8_t(result >> 8),
+                     0,
+                     0xAA,
+                     0x44};
     uint8_t x = 0;
     for (int i = 2; i < 10; ++i) x ^= a[i];
     a[10] = x;
@@ -146,8 +157,8 @@ void finish_frame(EpoSimState *st, SimUnit *u) {
 
     char text[160];
     if (!u->good) {
-        std::snprintf(text, sizeof text, "EPO %s frame (id %u, %zu bytes) with %s", frame_name(id), unsigned(id),
-                      f.size(), check_ok ? "a bad tail" : "a bad check value");
+        std::snprintf(text, sizeof text, "EPO %s frame (id %u, %zu bytes) with %s", frame_name(id),
+                      unsigned(id), f.size(), check_ok ? "a bad tail" : "a bad check value");
         u->reply = u->refusal;
         u->describe = text;
         return;
@@ -176,8 +187,8 @@ void finish_frame(EpoSimState *st, SimUnit *u) {
         std::snprintf(text, sizeof text, "EPO data frame, SVID %u (%zu-byte payload)%s",
                       len > 3 ? unsigned(payload[3]) : 0u, len, ok ? "" : ", refused");
     } else {
-        std::snprintf(text, sizeof text, "EPO frame with unknown id %u (%zu-byte payload), refused", unsigned(id),
-                      len);
+        std::snprintf(text, sizeof text, "EPO frame with unknown id %u (%zu-byte payload), refused",
+                      unsigned(id), len);
     }
     u->reply = ok ? bin_ack(id, 0) : u->refusal;
     u->describe = text;
@@ -187,7 +198,8 @@ SimFrameStep frame_byte(void *owner, uint8_t b, SimUnit *u) {
     EpoSimState *st = static_cast<EpoSimState *>(owner);
     SimInput &in = st->in;
     if (in.buf.size() == 2 && b != 0x24) {
-        stray_frame_start(std::vector<uint8_t>(in.buf.begin(), in.buf.end() - 1), u, "no 0x24 after 0x04");
+        stray_frame_start(std::vector<uint8_t>(in.buf.begin(), in.buf.end() - 1), u,
+                          "no 0x24 after 0x04");
         return SimFrameStep::DoneRescan;
     }
     if (in.buf.size() == 6) {
@@ -241,7 +253,8 @@ bool epo_sim_numbers(const std::vector<std::string> &f, size_t from) {
 }
 
 bool epo_sim_hex32(const std::string &text, size_t min_digits, size_t max_digits, uint32_t *out) {
-    if (text.size() < min_digits || text.size() > max_digits || text.size() > 8 || text.empty()) return false;
+    if (text.size() < min_digits || text.size() > max_digits || text.size() > 8 || text.empty())
+        return false;
     uint32_t v = 0;
     for (char c : text) {
         int h = hex_any(c);
@@ -260,8 +273,8 @@ bool epo_sim_status(const EpoSimState *st, const std::vector<std::string> &f, Ep
     return true;
 }
 
-bool epo_sim_take_record(const std::vector<std::string> &f, size_t word_digits, int system, int32_t prn_key,
-                         long prn, EpoAnswer *a) {
+bool epo_sim_take_record(const std::vector<std::string> &f, size_t word_digits, int system,
+                         int32_t prn_key, long prn, EpoAnswer *a) {
     uint32_t words[18];
     for (int w = 0; w < 18; ++w)
         if (!epo_sim_hex32(f[size_t(3 + w)], word_digits, 8, &words[w])) return false;
@@ -276,7 +289,8 @@ bool epo_sim_take_record(const std::vector<std::string> &f, size_t word_digits, 
     e.prn_error = prn != long(want);
     if (e.prn_error) {
         char note[96];
-        std::snprintf(note, sizeof note, " (PRN %ld, SVID %u gives %d)", prn, unsigned(e.record[3]), want);
+        std::snprintf(note, sizeof note, " (PRN %ld, SVID %u gives %d)", prn, unsigned(e.record[3]),
+                      want);
         a->note = note;
     }
     return true;
@@ -308,8 +322,7 @@ void epo_sim_commit(void *state, const SimUnit &, bool refused, SimRecord *rec) 
     if (e.prn_error) ++rec->prn_errors;
     if (refused) return;
     switch (e.kind) {
-        case EpoEffectKind::None:
-            break;
+        case EpoEffectKind::None: break;
         case EpoEffectKind::Record:
             rec->epo_records.push_back(e.record);
             ++st->since_marker;

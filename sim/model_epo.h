@@ -47,8 +47,8 @@ struct EpoSimState;
 
 enum {
     EPO_SIM_RECORD_SIZE = 72,
-    EPO_SIM_SYSTEMS = 8,         // system numbers 0..7 are counted for the status query
-    EPO_SIM_MAX_PAYLOAD = 512,   // a longer length field is a damaged header
+    EPO_SIM_SYSTEMS = 8,        // system numbers 0..7 are counted for the status query
+    EPO_SIM_MAX_PAYLOAD = 512,  // a longer length field is a damaged header
 };
 
 // What an accepted unit changes in the receiver.
@@ -77,7 +77,8 @@ struct EpoSimDialect {
     // address first. Returns true and fills *answer when a healthy receiver
     // takes the command; false when it is malformed or unknown (the receiver
     // answers the refusal and nothing changes).
-    bool (*command)(const EpoSimState *st, const std::vector<std::string> &fields, EpoAnswer *answer);
+    bool (*command)(const EpoSimState *st, const std::vector<std::string> &fields,
+                    EpoAnswer *answer);
     // The refusal of a command with this address (no '$'); empty when the
     // address is not one this receiver answers at all.
     std::string (*refusal_of)(const std::string &address);
@@ -97,7 +98,8 @@ bool epo_sim_hex32(const std::string &text, size_t min_digits, size_t max_digits
 // The status query "<address>,<sys>": answers "$<address>,<sys>,<count>*HH\r\n",
 // count the records held for that system since the last clear. False when
 // the fields are not one integer system number.
-bool epo_sim_status(const EpoSimState *st, const std::vector<std::string> &fields, EpoAnswer *answer);
+bool epo_sim_status(const EpoSimState *st, const std::vector<std::string> &fields,
+                    EpoAnswer *answer);
 // Takes the record of a record sentence whose 21 fields are
 // "<address>,<mode>,<prn>,<w0>,..,<w17>", the words hexadecimal of
 // word_digits to 8 digits each: the record is rebuilt from its 18
@@ -107,8 +109,8 @@ bool epo_sim_status(const EpoSimState *st, const std::vector<std::string> &field
 // 1 S-64; 2 S-100 (255 stays); 3 S-135 below 200, else S-200 (255 stays); any
 // other 0. False, with nothing filled, when a word is not hexadecimal of that
 // size.
-bool epo_sim_take_record(const std::vector<std::string> &fields, size_t word_digits, int system, int32_t prn_key,
-                         long prn, EpoAnswer *answer);
+bool epo_sim_take_record(const std::vector<std::string> &fields, size_t word_digits, int system,
+                         int32_t prn_key, long prn, EpoAnswer *answer);
 
 // --- the model entry points, shared by both platforms -----------------------------
 void *epo_sim_create(const EpoSimDialect *dialect);

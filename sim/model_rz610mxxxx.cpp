@@ -85,7 +85,8 @@ bool take_record(const std::vector<std::string> &f, EpoAnswer *a) {
     if (f.size() != 21) return false;
     long mode = 0, prn = 0;
     if (!epo_sim_int(f[1], &mode) || !epo_sim_int(f[2], &prn)) return false;
-    return epo_sim_take_record(f, 8, mode >= 1 && mode <= 5 ? int(mode) : -1, int32_t(mode - 1), prn, a);
+    return epo_sim_take_record(f, 8, mode >= 1 && mode <= 5 ? int(mode) : -1, int32_t(mode - 1),
+                               prn, a);
 }
 
 // f[0] is a "PVNK..." address.
@@ -97,7 +98,8 @@ bool command(const EpoSimState *st, const std::vector<std::string> &f, EpoAnswer
         return f.size() == 1;
     }
     if (address == "PVNKAIDTIME") return time_fields(f);
-    if (address == "PVNKAIDPOS") return f.size() == 6 && epo_sim_int(f[1], nullptr) && epo_sim_numbers(f, 2);
+    if (address == "PVNKAIDPOS")
+        return f.size() == 6 && epo_sim_int(f[1], nullptr) && epo_sim_numbers(f, 2);
     if (address == "PVNKEPOCLR") {
         a->effect.kind = EpoEffectKind::Clear;
         return f.size() == 1;
@@ -113,4 +115,5 @@ void *create() { return epo_sim_create(&kDialect); }
 
 }  // namespace
 
-const SimModel sim_model_rz610mxxxx = {"rz610mxxxx", create, epo_sim_destroy, epo_sim_feed, epo_sim_commit};
+const SimModel sim_model_rz610mxxxx = {"rz610mxxxx", create, epo_sim_destroy, epo_sim_feed,
+                                       epo_sim_commit};

@@ -76,42 +76,36 @@ int hex_upper(uint8_t c) {
 
 bool sim_input_feed(SimInput *in, const SimInputHooks &hooks, void *owner, uint8_t b, SimUnit *u) {
     switch (in->state) {
-    case SimInputState::Idle:
-        // Starting a unit never completes one.
-        input_restart(in, b);
-        return false;
-
-    case SimInputState::Sentence:
-        switch (sentence_byte(in, b, u)) {
-        case SentenceStep::More:
-            return false;
-        case SentenceStep::Whole:
-            hooks.sentence(owner, u);
-            input_end(in);
-            return true;
-        case SentenceStep::Cut:
-            return true;
-        }
-        return false;
-
-    case SimInputState::Frame:
-        in->buf.push_back(b);
-        switch (hooks.frame_byte(owner, b, u)) {
-        case SimFrameStep::More:
-            return false;
-        case SimFrameStep::Done:
-            input_end(in);
-            return true;
-        case SimFrameStep::DoneRescan:
+        case SimInputState::Idle:
+            // Starting a unit never completes one.
             input_restart(in, b);
-            return true;
-        }
-        return false;
+            return false;
+
+        case SimInputState::Sentence:
+            switch (sentence_byte(in, b, u)) {
+                case SentenceStep::More: return false;
+                case SentenceStep::Whole:
+                    hooks.sentence(owner, u);
+                    input_end(in);
+                    return true;
+                case SentenceStep::Cut: return true;
+            }
+            return false;
+
+        case SimInputState::Frame:
+            in->buf.push_back(b);
+            switch (hooks.frame_byte(owner, b, u)) {
+                case SimFrameStep::More: return false;
+                case SimFrameStep::Done: input_end(in); return true;
+                case SimFrameStep::DoneRescan: input_restart(in, b); return true;
+            }
+            return false;
     }
     return false;
 }
 
-void sim_unit_init(SimUnit *u, SimUnitKind kind, const std::vector<uint8_t> &bytes, bool record, bool good) {
+void sim_unit_init(SimUnit *u, SimUnitKind kind, const std::vector<uint8_t> &bytes, bool record,
+                   bool good) {
     u->kind = kind;
     u->good = good;
     u->record = record;

@@ -61,11 +61,13 @@ struct SimInputHooks {
 
 // Feeds one received byte. Returns true and fills *u when the byte completes a
 // unit; owner is handed to the hooks.
-bool sim_input_feed(SimInput *in, const SimInputHooks &hooks, void *owner, uint8_t byte, SimUnit *u);
+bool sim_input_feed(SimInput *in, const SimInputHooks &hooks, void *owner, uint8_t byte,
+                    SimUnit *u);
 
 // Starts filling a unit afresh: kind, bytes, record and good as given; no
 // reply, no refusal, no description, no data transfer.
-void sim_unit_init(SimUnit *u, SimUnitKind kind, const std::vector<uint8_t> &bytes, bool record, bool good);
+void sim_unit_init(SimUnit *u, SimUnitKind kind, const std::vector<uint8_t> &bytes, bool record,
+                   bool good);
 
 // True when s reads "$<body>*HH\r\n" with the right check value. Computed here
 // rather than taken from the tool's toolkit so that the receiver judges the

@@ -46,12 +46,12 @@
 
 namespace {
 
-constexpr int kPollMs = 10;                   // poll slice of the receiver thread
-constexpr int64_t kDrainQuietUs = 100000;     // sim_stop: quiet line that ends the drain
-constexpr int64_t kDrainMaxUs = 10000000;     // sim_stop: a writer that never pauses
-constexpr int64_t kWriteStallUs = 2000000;    // give up a reply nobody reads
-constexpr int64_t kWriteStallStopUs = 100000; // ... sooner once stopping
-constexpr char kNoise[] = "#noise";           // repeated; no '$', no CR/LF
+constexpr int kPollMs = 10;                    // poll slice of the receiver thread
+constexpr int64_t kDrainQuietUs = 100000;      // sim_stop: quiet line that ends the drain
+constexpr int64_t kDrainMaxUs = 10000000;      // sim_stop: a writer that never pauses
+constexpr int64_t kWriteStallUs = 2000000;     // give up a reply nobody reads
+constexpr int64_t kWriteStallStopUs = 100000;  // ... sooner once stopping
+constexpr char kNoise[] = "#noise";            // repeated; no '$', no CR/LF
 // Noise before binary answers: receiver text behind a stray 0x04.
 constexpr char kBinaryNoise[] = "\x04$GNTXT,01,01,02,noise*2D\r\n";
 constexpr size_t kChatterBytes = 16;
@@ -100,7 +100,8 @@ std::string escaped(const uint8_t *p, size_t n) {
 }  // namespace
 
 const SimModel *sim_find_model(const std::string &platform) {
-    static const SimModel *const models[] = {&sim_model_dw2207b, &sim_model_ag33xx, &sim_model_rz610mxxxx};
+    static const SimModel *const models[] = {&sim_model_dw2207b, &sim_model_ag33xx,
+                                             &sim_model_rz610mxxxx};
     std::string want = lower(platform);
     for (const SimModel *m : models) {
         if (want == m->name) return m;
@@ -242,7 +243,8 @@ void append_binary_noise(std::string *out, size_t n, size_t *pos) {
 bool refused_by_faults(const SimFaults &f, const SimUnit &u, uint32_t number) {
     if (f.refuse) return true;
     if (f.refuse_only >= 0 && number == uint32_t(f.refuse_only)) return true;
-    if (std::find(f.refuse_units.begin(), f.refuse_units.end(), number) != f.refuse_units.end()) return true;
+    if (std::find(f.refuse_units.begin(), f.refuse_units.end(), number) != f.refuse_units.end())
+        return true;
     const std::string &pre = f.refuse_prefix;
     return !pre.empty() && u.bytes.size() >= pre.size() &&
            std::memcmp(pre.data(), u.bytes.data(), pre.size()) == 0;
@@ -536,7 +538,8 @@ Sim *sim_start(const SimConfig &cfg, std::string *error) {
         return nullptr;
     }
     char name[128];
-    if (grantpt(s->master) != 0 || unlockpt(s->master) != 0 || ptsname_r(s->master, name, sizeof name) != 0) {
+    if (grantpt(s->master) != 0 || unlockpt(s->master) != 0 ||
+        ptsname_r(s->master, name, sizeof name) != 0) {
         set_error(error, sys_error("pseudo-terminal setup"));
         destroy(s);
         return nullptr;
@@ -625,12 +628,8 @@ void sim_settle(Sim *sim, uint32_t quiet_ms, uint32_t max_ms) {
 
 uint64_t sim_bytes_received(const Sim *sim) { return sim ? sim->bytes_in.load() : 0; }
 
-int64_t sim_last_answer_end_us(const Sim *sim) {
-    return sim ? sim->last_answer_end_us.load() : 0;
-}
+int64_t sim_last_answer_end_us(const Sim *sim) { return sim ? sim->last_answer_end_us.load() : 0; }
 
-int64_t sim_last_input_end_us(const Sim *sim) {
-    return sim ? sim->last_input_end_us.load() : 0;
-}
+int64_t sim_last_input_end_us(const Sim *sim) { return sim ? sim->last_input_end_us.load() : 0; }
 
 bool sim_hung_up(const Sim *sim) { return sim && sim->hung_up.load(); }

@@ -35,43 +35,49 @@
 // number is refuse_only or in refuse_units, or when its bytes start with
 // refuse_prefix.
 struct SimFaults {
-    bool silent = false;          // never answer anything
-    bool refuse = false;          // answer with the platform's refusal instead of its acceptance
-    bool garbage_only = false;    // answer noise instead of the reply (never the expected text)
-    uint32_t garbage_bytes = 0;   // this many noise bytes before each reply
-    uint32_t split_parts = 1;     // write each reply in this many pieces...
-    uint32_t split_gap_ms = 0;    // ...with this pause between them
-    uint32_t delay_ms = 0;        // pause before each reply
-    uint32_t pace_baud = 0;       // 0: unpaced; else one byte per 10 bit times, both directions
-                                  // (a faster writer is held back by the full line buffer)
-    int32_t stop_after = -1;      // answer only the first N commands (-1: no limit); refusals
-                                  // and noise answers count as answered
-    int32_t close_after_frames = -1;  // hang up after N binary frames/records (-1: never; 0 is
-                                      // refused by sim_start). Frames with a bad CRC count too.
-                                      // The master and the sim's slave descriptor are closed
-                                      // right after frame N: the tool's next write fails, and
-                                      // bytes that came after frame N are not recorded.
-    uint32_t chatter_ms = 0;      // 0: off; else 16 noise bytes every chatter_ms, unasked, as a
-                                  // module's periodic output (so that every read the tool
-                                  // makes brings data). Best effort: dropped when the line is
-                                  // full; paused while an answer is delayed or written; not
-                                  // activity for sim_settle/sim_idle; silent does not stop it.
-    uint32_t repeat_ms = 0;       // 0: off; else after an answer the receiver writes the same
-                                  // bytes (noise included) again every repeat_ms until the next
-                                  // byte arrives from the tool. Repeats are counted in
-                                  // SimRecord::repeats, are not activity for sim_settle/sim_idle
-                                  // and stop once sim_stop is waiting.
-    int32_t refuse_only = -1;     // refuse only the answered unit with this number (-1: none)
+    bool silent = false;         // never answer anything
+    bool refuse = false;         // answer with the platform's refusal instead of its acceptance
+    bool garbage_only = false;   // answer noise instead of the reply (never the expected text)
+    uint32_t garbage_bytes = 0;  // this many noise bytes before each reply
+    uint32_t split_parts = 1;    // write each reply in this many pieces...
+    uint32_t split_gap_ms = 0;   // ...with this pause between them
+    uint32_t delay_ms = 0;       // pause before each reply
+    // 0: unpaced; else one byte per 10 bit times, both directions
+    // (a faster writer is held back by the full line buffer)
+    uint32_t pace_baud = 0;
+    // answer only the first N commands (-1: no limit); refusals
+    // and noise answers count as answered
+    int32_t stop_after = -1;
+    // hang up after N binary frames/records (-1: never; 0 is
+    // refused by sim_start). Frames with a bad CRC count too.
+    // The master and the sim's slave descriptor are closed
+    // right after frame N: the tool's next write fails, and
+    // bytes that came after frame N are not recorded.
+    int32_t close_after_frames = -1;
+    // 0: off; else 16 noise bytes every chatter_ms, unasked, as a
+    // module's periodic output (so that every read the tool
+    // makes brings data). Best effort: dropped when the line is
+    // full; paused while an answer is delayed or written; not
+    // activity for sim_settle/sim_idle; silent does not stop it.
+    uint32_t chatter_ms = 0;
+    // 0: off; else after an answer the receiver writes the same
+    // bytes (noise included) again every repeat_ms until the next
+    // byte arrives from the tool. Repeats are counted in
+    // SimRecord::repeats, are not activity for sim_settle/sim_idle
+    // and stop once sim_stop is waiting.
+    uint32_t repeat_ms = 0;
+    int32_t refuse_only = -1;  // refuse only the answered unit with this number (-1: none)
     std::vector<uint32_t> refuse_units;  // refuse the answered units with these numbers
-    std::string refuse_prefix;    // refuse every unit whose bytes start with this (e.g.
-                                  // "$PAIR472", or "\x04\x24\xB1\x04" for EPO data frames)
+    // refuse every unit whose bytes start with this (e.g.
+    // "$PAIR472", or "\x04\x24\xB1\x04" for EPO data frames)
+    std::string refuse_prefix;
 };
 
 struct SimConfig {
-    std::string platform;        // "dw2207b", "ag33xx", "rz610mxxxx"
-    std::string link_path;       // optional symlink to the slave device
+    std::string platform;   // "dw2207b", "ag33xx", "rz610mxxxx"
+    std::string link_path;  // optional symlink to the slave device
     SimFaults faults;
-    bool verbose = false;        // log what it receives and answers to stderr
+    bool verbose = false;  // log what it receives and answers to stderr
 };
 
 // What the receiver got, in arrival order.
@@ -88,28 +94,28 @@ struct SimConfig {
 // answers. A unit changes the receiver's memory (the epo_ fields) only when it
 // is taken: a refused record is not kept, a refused clear clears nothing.
 struct SimRecord {
-    std::vector<uint8_t> raw;                    // every byte received
-    std::vector<std::string> sentences;          // each "$...\r\n" sentence, as received
-    std::vector<std::vector<uint8_t>> frames;    // each binary frame with a valid check value
-    uint32_t bad_checksums = 0;                  // sentences with a wrong or missing checksum
-    uint32_t bad_frames = 0;                     // binary frames with a wrong CRC / damaged
-    uint32_t replies = 0;                        // replies written
-    uint32_t refusals = 0;                       // of those, replies that were the refusal
-                                                 // (a refuse fault or the receiver's verdict)
-    uint32_t repeats = 0;                        // replies written again (repeat_ms)
+    std::vector<uint8_t> raw;                  // every byte received
+    std::vector<std::string> sentences;        // each "$...\r\n" sentence, as received
+    std::vector<std::vector<uint8_t>> frames;  // each binary frame with a valid check value
+    uint32_t bad_checksums = 0;                // sentences with a wrong or missing checksum
+    uint32_t bad_frames = 0;                   // binary frames with a wrong CRC / damaged
+    uint32_t replies = 0;                      // replies written
+    uint32_t refusals = 0;                     // of those, replies that were the refusal
+                                               // (a refuse fault or the receiver's verdict)
+    uint32_t repeats = 0;                      // replies written again (repeat_ms)
 
     // EPO receivers (ag33xx, rz610mxxxx).
     std::vector<std::vector<uint8_t>> epo_records;  // each record taken, as rebuilt from a record
                                                     // sentence or a data frame's payload (72 bytes;
                                                     // a file's short tail as it came), in arrival
                                                     // order; a clear does not erase it
-    std::vector<std::string> epo_markers;        // each begin/end frame taken: "begin G", "end G"
-    std::vector<uint32_t> epo_marker_records;    // per marker: records taken since the previous
-                                                 // marker (an "end" entry is its block's size)
-    uint32_t epo_stored = 0;                     // records held now: taken since the last clear
-    uint32_t epo_clears = 0;                     // clear commands taken
-    uint32_t prn_errors = 0;                     // record sentences whose PRN field is not what
-                                                 // the platform's PRN rule makes of the SVID
+    std::vector<std::string> epo_markers;      // each begin/end frame taken: "begin G", "end G"
+    std::vector<uint32_t> epo_marker_records;  // per marker: records taken since the previous
+                                               // marker (an "end" entry is its block's size)
+    uint32_t epo_stored = 0;                   // records held now: taken since the last clear
+    uint32_t epo_clears = 0;                   // clear commands taken
+    uint32_t prn_errors = 0;                   // record sentences whose PRN field is not what
+                                               // the platform's PRN rule makes of the SVID
 };
 
 struct Sim;

@@ -80,7 +80,8 @@ bool parse_u32_list(const std::string &text, std::vector<uint32_t> *out) {
     size_t from = 0;
     for (;;) {
         size_t comma = text.find(',', from);
-        std::string item = text.substr(from, comma == std::string::npos ? std::string::npos : comma - from);
+        std::string item =
+            text.substr(from, comma == std::string::npos ? std::string::npos : comma - from);
         uint32_t v = 0;
         if (!parse_u32(item.c_str(), &v)) return false;
         out->push_back(v);
@@ -98,7 +99,8 @@ bool unescape(const std::string &text, std::string *out) {
         } else if (i + 1 < text.size() && text[i + 1] == '\\') {
             *out += '\\';
             ++i;
-        } else if (i + 3 < text.size() && text[i + 1] == 'x' && std::isxdigit((unsigned char)text[i + 2]) &&
+        } else if (i + 3 < text.size() && text[i + 1] == 'x' &&
+                   std::isxdigit((unsigned char)text[i + 2]) &&
                    std::isxdigit((unsigned char)text[i + 3])) {
             *out += char(std::strtoul(text.substr(i + 2, 2).c_str(), nullptr, 16));
             i += 3;
@@ -157,7 +159,8 @@ int main(int argc, char **argv) {
         } else if (opt == "--platform") {
             if (!take(&cfg.platform)) return usage_error("%s needs a value", opt.c_str());
         } else if (opt == "--link") {
-            if (!take(&cfg.link_path) || cfg.link_path.empty()) return usage_error("%s needs a path", opt.c_str());
+            if (!take(&cfg.link_path) || cfg.link_path.empty())
+                return usage_error("%s needs a path", opt.c_str());
         } else if (opt == "--silent") {
             cfg.faults.silent = true;
         } else if (opt == "--refuse") {
@@ -167,14 +170,18 @@ int main(int argc, char **argv) {
         } else if (opt == "--verbose") {
             cfg.verbose = true;
         } else if (opt == "--garbage") {
-            if (!take_u32(&cfg.faults.garbage_bytes)) return usage_error("%s needs a number", opt.c_str());
+            if (!take_u32(&cfg.faults.garbage_bytes))
+                return usage_error("%s needs a number", opt.c_str());
         } else if (opt == "--split") {
-            if (!take_u32(&n) || n == 0) return usage_error("%s needs a number of at least 1", opt.c_str());
+            if (!take_u32(&n) || n == 0)
+                return usage_error("%s needs a number of at least 1", opt.c_str());
             cfg.faults.split_parts = n;
         } else if (opt == "--split-gap") {
-            if (!take_u32(&cfg.faults.split_gap_ms)) return usage_error("%s needs milliseconds", opt.c_str());
+            if (!take_u32(&cfg.faults.split_gap_ms))
+                return usage_error("%s needs milliseconds", opt.c_str());
         } else if (opt == "--delay") {
-            if (!take_u32(&cfg.faults.delay_ms)) return usage_error("%s needs milliseconds", opt.c_str());
+            if (!take_u32(&cfg.faults.delay_ms))
+                return usage_error("%s needs milliseconds", opt.c_str());
         } else if (opt == "--pace") {
             if (!take_u32(&n) || n == 0) return usage_error("%s needs a baud rate", opt.c_str());
             cfg.faults.pace_baud = n;
@@ -185,7 +192,8 @@ int main(int argc, char **argv) {
             if (!take_u32(&n) || n == 0) return usage_error("%s needs milliseconds", opt.c_str());
             cfg.faults.repeat_ms = n;
         } else if (opt == "--refuse-only") {
-            if (!take_u32(&n) || n > 0x7FFFFFFF) return usage_error("%s needs a number", opt.c_str());
+            if (!take_u32(&n) || n > 0x7FFFFFFF)
+                return usage_error("%s needs a number", opt.c_str());
             cfg.faults.refuse_only = int32_t(n);
         } else if (opt == "--refuse-units") {
             std::string v;
@@ -193,10 +201,12 @@ int main(int argc, char **argv) {
                 return usage_error("%s needs numbers separated by commas", opt.c_str());
         } else if (opt == "--refuse-prefix") {
             std::string v;
-            if (!take(&v) || !unescape(v, &cfg.faults.refuse_prefix) || cfg.faults.refuse_prefix.empty())
+            if (!take(&v) || !unescape(v, &cfg.faults.refuse_prefix) ||
+                cfg.faults.refuse_prefix.empty())
                 return usage_error("%s needs a text (\\xHH for a byte)", opt.c_str());
         } else if (opt == "--stop-after") {
-            if (!take_u32(&n) || n > 0x7FFFFFFF) return usage_error("%s needs a number", opt.c_str());
+            if (!take_u32(&n) || n > 0x7FFFFFFF)
+                return usage_error("%s needs a number", opt.c_str());
             cfg.faults.stop_after = int32_t(n);
         } else if (opt == "--close-after-frames") {
             if (!take_u32(&n) || n == 0 || n > 0x7FFFFFFF)
@@ -234,32 +244,39 @@ int main(int argc, char **argv) {
     std::string platform;
     for (char c : cfg.platform) platform += (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
     if (cfg.link_path.empty()) {
-        std::printf("vkagnss-sim: %s receiver on %s\n", platform.c_str(), sim_slave_path(sim).c_str());
+        std::printf("vkagnss-sim: %s receiver on %s\n", platform.c_str(),
+                    sim_slave_path(sim).c_str());
     } else {
-        std::printf("vkagnss-sim: %s receiver on %s (link %s)\n", platform.c_str(), sim_slave_path(sim).c_str(),
-                    cfg.link_path.c_str());
+        std::printf("vkagnss-sim: %s receiver on %s (link %s)\n", platform.c_str(),
+                    sim_slave_path(sim).c_str(), cfg.link_path.c_str());
     }
     std::fflush(stdout);
 
     while (!g_signalled) {
-        if (exit_after_idle && sim_bytes_received(sim) > 0 && sim_idle(sim, exit_after_idle_ms)) break;
+        if (exit_after_idle && sim_bytes_received(sim) > 0 && sim_idle(sim, exit_after_idle_ms))
+            break;
         usleep(20000);
     }
 
     sim_stop(sim);  // takes in whatever is still on the line first
     SimRecord rec = sim_record(sim);
     sim_free(sim);
-    std::printf("vkagnss-sim: sentences %zu, frames %zu, bad checksums %u, bad frames %u, bytes %zu, replies %u\n",
-                rec.sentences.size(), rec.frames.size(), unsigned(rec.bad_checksums), unsigned(rec.bad_frames),
-                rec.raw.size(), unsigned(rec.replies));
+    std::printf(
+        "vkagnss-sim: sentences %zu, frames %zu, bad checksums %u, bad frames %u, bytes %zu, "
+        "replies %u\n",
+        rec.sentences.size(), rec.frames.size(), unsigned(rec.bad_checksums),
+        unsigned(rec.bad_frames), rec.raw.size(), unsigned(rec.replies));
     if (platform == "ag33xx" || platform == "rz610mxxxx") {
         std::string markers;
         for (size_t i = 0; i < rec.epo_markers.size(); ++i) {
-            markers += (i ? ", " : "") + rec.epo_markers[i] + " (" + std::to_string(rec.epo_marker_records[i]) + ")";
+            markers += (i ? ", " : "") + rec.epo_markers[i] + " (" +
+                       std::to_string(rec.epo_marker_records[i]) + ")";
         }
-        std::printf("vkagnss-sim: epo records %zu, held %u, clears %u, prn errors %u, refusals %u, markers [%s]\n",
-                    rec.epo_records.size(), unsigned(rec.epo_stored), unsigned(rec.epo_clears),
-                    unsigned(rec.prn_errors), unsigned(rec.refusals), markers.c_str());
+        std::printf(
+            "vkagnss-sim: epo records %zu, held %u, clears %u, prn errors %u, refusals %u, markers "
+            "[%s]\n",
+            rec.epo_records.size(), unsigned(rec.epo_stored), unsigned(rec.epo_clears),
+            unsigned(rec.prn_errors), unsigned(rec.refusals), markers.c_str());
     }
     std::fflush(stdout);
     return 0;

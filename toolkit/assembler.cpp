@@ -47,8 +47,8 @@ bool text_byte_allowed(uint8_t byte) {
     return (byte >= 0x21 && byte <= 0x7E) || byte == 0x0D || byte == 0x0A;
 }
 
-uint32_t text_composite(TextState &st, bool verbose, bool clear_count_while_hunting,
-                        uint8_t byte, uint8_t *buf, uint32_t *len_out) {
+uint32_t text_composite(TextState &st, bool verbose, bool clear_count_while_hunting, uint8_t byte,
+                        uint8_t *buf, uint32_t *len_out) {
     if (!text_byte_allowed(byte)) {
         if (verbose) {
             printf("[ERR] wrong byte: %02X\n", byte);
@@ -60,49 +60,47 @@ uint32_t text_composite(TextState &st, bool verbose, bool clear_count_while_hunt
     }
 
     switch (st.step) {
-    case 0:
-        if (byte == '$') {
-            buf[0] = byte;
-            st.count = 1;
-            st.step = 1;
-        } else if (clear_count_while_hunting) {
-            st.count = 0;
-        }
-        return VK_ASM_PENDING;
-
-    case 1:
-        if (byte == '\r') {
-            buf[st.count++] = byte;
-            st.step = 2;
-            return VK_ASM_PENDING;
-        }
-        if (st.count >= kTextBodyLimit) {
-            if (verbose) {
-                // The buffer is not NUL-terminated: print exactly what it holds.
-                printf("[ERR] length over 200. here: %d, %.*s\n", int(st.count), int(st.count),
-                       reinterpret_cast<const char *>(buf));
-                fflush(stdout);
+        case 0:
+            if (byte == '$') {
+                buf[0] = byte;
+                st.count = 1;
+                st.step = 1;
+            } else if (clear_count_while_hunting) {
+                st.count = 0;
             }
-            reset(st);
-            return VK_ASM_FRAME_ERROR;
-        }
-        buf[st.count++] = byte;
-        return VK_ASM_PENDING;
+            return VK_ASM_PENDING;
 
-    case 2:
-        if (byte == '\n') {
+        case 1:
+            if (byte == '\r') {
+                buf[st.count++] = byte;
+                st.step = 2;
+                return VK_ASM_PENDING;
+            }
+            if (st.count >= kTextBodyLimit) {
+                if (verbose) {
+                    // The buffer is not NUL-terminated: print exactly what it holds.
+                    printf("[ERR] length over 200. here: %d, %.*s\n", int(st.count), int(st.count),
+                           reinterpret_cast<const char *>(buf));
+                    fflush(stdout);
+                }
+                reset(st);
+                return VK_ASM_FRAME_ERROR;
+            }
             buf[st.count++] = byte;
-            *len_out = st.count;
-            reset(st);
-            return VK_ASM_COMPLETE;
-        }
-        // A CR not followed by LF drops the sentence without an error.
-        reset(st);
-        return VK_ASM_PENDING;
+            return VK_ASM_PENDING;
 
-    default:
-        reset(st);
-        return VK_ASM_PENDING;
+        case 2:
+            if (byte == '\n') {
+                buf[st.count++] = byte;
+                *len_out = st.count;
+                reset(st);
+                return VK_ASM_COMPLETE;
+            }
+            // A CR not followed by LF drops the sentence without an error.
+            reset(st);
+            return VK_ASM_PENDING;
+
+        default: reset(st); return VK_ASM_PENDING;
     }
 }
 
@@ -115,69 +113,67 @@ uint32_t text_composite(TextState &st, bool verbose, bool clear_count_while_hunt
 uint32_t binary_composite(BinaryState &st, bool eph_variant, uint8_t byte, uint8_t *buf,
                           uint32_t *len_out) {
     switch (st.step) {
-    case 0:
-        if (byte == kSync1) {
-            buf[0] = byte;
-            st.count = 1;
-            st.step = 1;
-        }
-        if (!eph_variant) return VK_ASM_PENDING;
-        [[fallthrough]];
-    case 1:
-        if (byte != kSync2) {
+        case 0:
+            if (byte == kSync1) {
+                buf[0] = byte;
+                st.count = 1;
+                st.step = 1;
+            }
+            if (!eph_variant) return VK_ASM_PENDING;
+            [[fallthrough]];
+        case 1:
+            if (byte != kSync2) {
+                reset(st);
+                return VK_ASM_FRAME_ERROR;
+            }
+            buf[st.count++] = byte;
+            st.step = 2;
+            return VK_ASM_PENDING;
+
+        case 2:  // class
+        case 3:  // id
+            buf[st.count++] = byte;
+            st.step = uint8_t(st.step + 1);
+            return VK_ASM_PENDING;
+
+        case 4:
+            buf[st.count++] = byte;
+            st.payload_len = byte;
+            st.step = 5;
+            return VK_ASM_PENDING;
+
+        case 5:
+            buf[st.count++] = byte;
+            st.payload_len = uint16_t(st.payload_len + (uint16_t(byte) << 8));
+            st.step = (st.payload_len == 0) ? 7 : 6;
+            return VK_ASM_PENDING;
+
+        case 6:
+            buf[st.count++] = byte;
+            if (st.count == uint32_t(st.payload_len) + 6u) st.step = 7;
+            return VK_ASM_PENDING;
+
+        case 7:
+            buf[st.count++] = byte;
+            st.checksum = byte;
+            st.step = 8;
+            return VK_ASM_PENDING;
+
+        case 8: {
+            buf[st.count++] = byte;
+            st.checksum = uint16_t(st.checksum + (uint16_t(byte) << 8));
+            // The two-sum skips the sync bytes itself; stop before the checksum.
+            uint16_t calc = Vk_Check_Crc16(buf, st.count - 2);
+            if (calc != st.checksum) {
+                reset(st);
+                return VK_ASM_CHECKSUM;
+            }
+            *len_out = st.count;
             reset(st);
-            return VK_ASM_FRAME_ERROR;
+            return VK_ASM_COMPLETE;
         }
-        buf[st.count++] = byte;
-        st.step = 2;
-        return VK_ASM_PENDING;
 
-    case 2:  // class
-    case 3:  // id
-        buf[st.count++] = byte;
-        st.step = uint8_t(st.step + 1);
-        return VK_ASM_PENDING;
-
-    case 4:
-        buf[st.count++] = byte;
-        st.payload_len = byte;
-        st.step = 5;
-        return VK_ASM_PENDING;
-
-    case 5:
-        buf[st.count++] = byte;
-        st.payload_len = uint16_t(st.payload_len + (uint16_t(byte) << 8));
-        st.step = (st.payload_len == 0) ? 7 : 6;
-        return VK_ASM_PENDING;
-
-    case 6:
-        buf[st.count++] = byte;
-        if (st.count == uint32_t(st.payload_len) + 6u) st.step = 7;
-        return VK_ASM_PENDING;
-
-    case 7:
-        buf[st.count++] = byte;
-        st.checksum = byte;
-        st.step = 8;
-        return VK_ASM_PENDING;
-
-    case 8: {
-        buf[st.count++] = byte;
-        st.checksum = uint16_t(st.checksum + (uint16_t(byte) << 8));
-        // The two-sum skips the sync bytes itself; stop before the checksum.
-        uint16_t calc = Vk_Check_Crc16(buf, st.count - 2);
-        if (calc != st.checksum) {
-            reset(st);
-            return VK_ASM_CHECKSUM;
-        }
-        *len_out = st.count;
-        reset(st);
-        return VK_ASM_COMPLETE;
-    }
-
-    default:
-        reset(st);
-        return VK_ASM_PENDING;
+        default: reset(st); return VK_ASM_PENDING;
     }
 }
 

@@ -5,10 +5,10 @@
 #include <cstdint>
 
 enum : uint32_t {
-    VK_ASM_PENDING = 0,     // byte taken (or ignored), frame not complete
-    VK_ASM_FRAME_ERROR = 1, // state reset
-    VK_ASM_CHECKSUM = 2,    // checksum mismatch, state reset (binary only)
-    VK_ASM_COMPLETE = 3,    // frame complete, *len_out set, state reset
+    VK_ASM_PENDING = 0,      // byte taken (or ignored), frame not complete
+    VK_ASM_FRAME_ERROR = 1,  // state reset
+    VK_ASM_CHECKSUM = 2,     // checksum mismatch, state reset (binary only)
+    VK_ASM_COMPLETE = 3,     // frame complete, *len_out set, state reset
 };
 
 // buf must hold 202 bytes (text) or 65543 bytes (binary); not NUL-terminated.

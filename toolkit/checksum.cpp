@@ -85,13 +85,9 @@ uint8_t Vk_Check_XOR(const uint8_t *data, uint32_t len) {
     return x;
 }
 
-uint16_t Vk_Check_Crc16(const uint8_t *data, uint32_t len) {
-    return two_sum(data, len);
-}
+uint16_t Vk_Check_Crc16(const uint8_t *data, uint32_t len) { return two_sum(data, len); }
 
-uint16_t Vk_Check_Varnok(const uint8_t *data, uint32_t len) {
-    return two_sum(data, len);
-}
+uint16_t Vk_Check_Varnok(const uint8_t *data, uint32_t len) { return two_sum(data, len); }
 
 uint32_t Vk_Check_CRC24Q(uint32_t seed, const uint8_t *data, uint32_t len) {
     (void)seed;  // kept in the signature; the CRC always starts from 0

@@ -16,18 +16,16 @@ int64_t floor_div(int64_t a, int64_t b) {
     return q;
 }
 
-int64_t floor_mod(int64_t a, int64_t b) {
-    return a - floor_div(a, b) * b;
-}
+int64_t floor_mod(int64_t a, int64_t b) { return a - floor_div(a, b) * b; }
 
 // Days since 1970-01-01 of a proleptic Gregorian date (month 1-12), counted
 // in 400-year eras that start on 1 March so the leap day ends each year.
 int64_t days_from_civil(int64_t y, int64_t m, int64_t d) {
     y -= (m <= 2) ? 1 : 0;
     const int64_t era = floor_div(y, 400);
-    const int64_t yoe = y - era * 400;                                // [0, 399]
+    const int64_t yoe = y - era * 400;                                   // [0, 399]
     const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;  // [0, 365]
-    const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;        // [0, 146096]
+    const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;           // [0, 146096]
     return era * 146097 + doe - 719468;
 }
 
@@ -35,10 +33,10 @@ int64_t days_from_civil(int64_t y, int64_t m, int64_t d) {
 void civil_from_days(int64_t z, int64_t *y, int64_t *m, int64_t *d) {
     z += 719468;
     const int64_t era = floor_div(z, 146097);
-    const int64_t doe = z - era * 146097;                                  // [0, 146096]
+    const int64_t doe = z - era * 146097;                                       // [0, 146096]
     const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;  // [0, 399]
-    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);           // [0, 365]
-    const int64_t mp = (5 * doy + 2) / 153;                                // [0, 11]
+    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);                // [0, 365]
+    const int64_t mp = (5 * doy + 2) / 153;                                     // [0, 11]
     *d = doy - (153 * mp + 2) / 5 + 1;
     *m = mp < 10 ? mp + 3 : mp - 9;
     *y = yoe + era * 400 + (*m <= 2 ? 1 : 0);

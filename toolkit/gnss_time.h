@@ -5,7 +5,7 @@
 
 #include "core/log.h"  // VkDateTime
 
-constexpr int64_t VK_GPS_EPOCH_UNIX = 315964800;      // 1980-01-06 00:00:00 UTC
+constexpr int64_t VK_GPS_EPOCH_UNIX = 315964800;  // 1980-01-06 00:00:00 UTC
 constexpr uint32_t VK_SECONDS_PER_WEEK = 604800;
 constexpr int64_t VK_BDT_UNIX_OFFSET = 1136073596;
 

@@ -11,12 +11,12 @@ typedef uint32_t (*VkReplyCheck)(const char *buf, uint32_t len, const char *expe
                                  uint32_t current);
 
 struct VkReplyWait {
-    uint32_t timeout_ms;     // the overall deadline
-    uint32_t initial;        // the result before anything was read
-    uint32_t nothing_read;   // the result of a slice that brought no byte
-    uint32_t no_memory;      // the result when the receive buffer cannot be had
-    bool join_partial;       // carry a trailing partial sentence into the next read
-    bool echo;               // print every read as "[<ms clock>] <text>\n"
+    uint32_t timeout_ms;    // the overall deadline
+    uint32_t initial;       // the result before anything was read
+    uint32_t nothing_read;  // the result of a slice that brought no byte
+    uint32_t no_memory;     // the result when the receive buffer cannot be had
+    bool join_partial;      // carry a trailing partial sentence into the next read
+    bool echo;              // print every read as "[<ms clock>] <text>\n"
 };
 
 enum : uint32_t {

@@ -83,8 +83,8 @@ void Vk_PrintfAgnssInfo(const VkAgnssInfo *info) {
         strcpy(type, "INVALID");
     }
 
-    vk_print_epo_summary("INFO", true, type, info->file_size, info->segment_count,
-                         info->valid_days, info->start_gps_s, info->end_gps_s);
+    vk_print_epo_summary("INFO", true, type, info->file_size, info->segment_count, info->valid_days,
+                         info->start_gps_s, info->end_gps_s);
 }
 
 void vk_print_epo_summary(const char *level, bool flush, const char *type_text, uint32_t file_size,
@@ -103,8 +103,8 @@ void vk_print_epo_summary(const char *level, bool flush, const char *type_text, 
     SUMMARY_LINE("[%s] [EPO INFO] GPST: (Week %ld Tow %ld)~(Week %ld Tow %ld)\r\n", level,
                  long(start / VK_SECONDS_PER_WEEK), long(start % VK_SECONDS_PER_WEEK),
                  long(end / VK_SECONDS_PER_WEEK), long(end % VK_SECONDS_PER_WEEK));
-    SUMMARY_LINE("[%s] [EPO INFO] UTC: (%04d-%02d-%02d %02d:00:00)~(%04d-%02d-%02d %02d:00:00)\n", level,
-                 start_utc.year, start_utc.month, start_utc.day, start_utc.hour, end_utc.year,
-                 end_utc.month, end_utc.day, end_utc.hour);
+    SUMMARY_LINE("[%s] [EPO INFO] UTC: (%04d-%02d-%02d %02d:00:00)~(%04d-%02d-%02d %02d:00:00)\n",
+                 level, start_utc.year, start_utc.month, start_utc.day, start_utc.hour,
+                 end_utc.year, end_utc.month, end_utc.day, end_utc.hour);
 #undef SUMMARY_LINE
 }

@@ -5,11 +5,11 @@
 
 // Summary of an assistance file, printed as "[EPO INFO]" lines.
 struct VkAgnssInfo {
-    uint32_t sys_mask;       // bit 0 GPS, 1 GLONASS, 2 GALILEO, 3 BDS
+    uint32_t sys_mask;  // bit 0 GPS, 1 GLONASS, 2 GALILEO, 3 BDS
     uint32_t file_size;
     uint32_t segment_count;
     float valid_days;
-    uint64_t start_gps_s;    // seconds since the GPS epoch
+    uint64_t start_gps_s;  // seconds since the GPS epoch
     uint64_t end_gps_s;
 };
 

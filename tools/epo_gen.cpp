@@ -199,12 +199,12 @@ namespace {
 
 int max_sat(EpoGenSystem sys) {
     switch (sys) {
-    case EpoGenSystem::Gps: return 32;
-    case EpoGenSystem::Glonass: return 24;
-    case EpoGenSystem::Galileo: return 36;
-    case EpoGenSystem::Beidou: return 63;
-    case EpoGenSystem::Qzss: return 7;
-    case EpoGenSystem::GpsGlonass: return 0;
+        case EpoGenSystem::Gps: return 32;
+        case EpoGenSystem::Glonass: return 24;
+        case EpoGenSystem::Galileo: return 36;
+        case EpoGenSystem::Beidou: return 63;
+        case EpoGenSystem::Qzss: return 7;
+        case EpoGenSystem::GpsGlonass: return 0;
     }
     return 0;
 }
@@ -235,26 +235,26 @@ std::vector<int> used_sats(const EpoGenConfig &cfg) {
 
 std::vector<int> epogen_default_sats(EpoGenSystem sys) {
     switch (sys) {
-    case EpoGenSystem::Gps: return range(1, 32);
-    case EpoGenSystem::Glonass: return range(1, 24);
-    case EpoGenSystem::Qzss: return range(1, 7);
-    case EpoGenSystem::Galileo: {
-        // A few slots stay empty, as in a real constellation; 33..36 keep the
-        // upper mask word in use.
-        std::vector<int> v;
-        for (int s = 1; s <= 36; ++s)
-            if (s != 17 && s != 20 && s != 22 && s != 28 && s != 32) v.push_back(s);
-        return v;
-    }
-    case EpoGenSystem::Beidou: {
-        // The second-generation satellites, the third-generation ones and a
-        // few of the high PRNs that take the 190..198 SVIDs.
-        std::vector<int> v = range(1, 16);
-        for (int s = 19; s <= 46; ++s) v.push_back(s);
-        for (int s = 56; s <= 62; ++s) v.push_back(s);
-        return v;
-    }
-    case EpoGenSystem::GpsGlonass: break;
+        case EpoGenSystem::Gps: return range(1, 32);
+        case EpoGenSystem::Glonass: return range(1, 24);
+        case EpoGenSystem::Qzss: return range(1, 7);
+        case EpoGenSystem::Galileo: {
+            // A few slots stay empty, as in a real constellation; 33..36 keep the
+            // upper mask word in use.
+            std::vector<int> v;
+            for (int s = 1; s <= 36; ++s)
+                if (s != 17 && s != 20 && s != 22 && s != 28 && s != 32) v.push_back(s);
+            return v;
+        }
+        case EpoGenSystem::Beidou: {
+            // The second-generation satellites, the third-generation ones and a
+            // few of the high PRNs that take the 190..198 SVIDs.
+            std::vector<int> v = range(1, 16);
+            for (int s = 19; s <= 46; ++s) v.push_back(s);
+            for (int s = 56; s <= 62; ++s) v.push_back(s);
+            return v;
+        }
+        case EpoGenSystem::GpsGlonass: break;
     }
     return std::vector<int>();
 }
@@ -262,12 +262,12 @@ std::vector<int> epogen_default_sats(EpoGenSystem sys) {
 int epogen_svid_of(EpoGenSystem sys, int sat) {
     if (sat < 1 || sat > max_sat(sys)) return -1;
     switch (sys) {
-    case EpoGenSystem::Gps: return sat;
-    case EpoGenSystem::Glonass: return 64 + sat;
-    case EpoGenSystem::Galileo: return 100 + sat;
-    case EpoGenSystem::Beidou: return sat <= 54 ? 200 + sat : 135 + sat;
-    case EpoGenSystem::Qzss: return 192 + sat;
-    case EpoGenSystem::GpsGlonass: break;
+        case EpoGenSystem::Gps: return sat;
+        case EpoGenSystem::Glonass: return 64 + sat;
+        case EpoGenSystem::Galileo: return 100 + sat;
+        case EpoGenSystem::Beidou: return sat <= 54 ? 200 + sat : 135 + sat;
+        case EpoGenSystem::Qzss: return 192 + sat;
+        case EpoGenSystem::GpsGlonass: break;
     }
     return -1;
 }
@@ -324,12 +324,12 @@ std::vector<int> epogen_segment_svids(const EpoGenConfig &cfg) {
 
 uint32_t epogen_records_per_segment(const EpoGenConfig &cfg) {
     switch (epogen_kind_system(cfg.kind)) {
-    case EpoGenSystem::Gps: return 32;
-    case EpoGenSystem::GpsGlonass: return 56;
-    case EpoGenSystem::Glonass: return 24;
-    case EpoGenSystem::Qzss: return 7;
-    case EpoGenSystem::Galileo:
-    case EpoGenSystem::Beidou: return static_cast<uint32_t>(used_sats(cfg).size());
+        case EpoGenSystem::Gps: return 32;
+        case EpoGenSystem::GpsGlonass: return 56;
+        case EpoGenSystem::Glonass: return 24;
+        case EpoGenSystem::Qzss: return 7;
+        case EpoGenSystem::Galileo:
+        case EpoGenSystem::Beidou: return static_cast<uint32_t>(used_sats(cfg).size());
     }
     return 0;
 }
@@ -416,14 +416,16 @@ bool epogen_validate(const EpoGenConfig &cfg, std::string *err) {
     for (const auto &k : kKinds)
         if (k.kind == cfg.kind) known = true;
     if (!known) return fail("unknown kind");
-    if (cfg.days < 0 || cfg.days > 10000) return fail("days must be 1..10000 (or 0 for the default)");
+    if (cfg.days < 0 || cfg.days > 10000)
+        return fail("days must be 1..10000 (or 0 for the default)");
     if (cfg.segments < 0 || cfg.segments > 40000)
         return fail("segments must be 1..40000 (or 0 for days x 4)");
     const EpoGenSystem sys = epogen_kind_system(cfg.kind);
     const uint32_t segs = epogen_segment_count(cfg);
     if (segs == 0) return fail("no segments");
     if (cfg.start_hour > EPO_MAX_HOUR ||
-        static_cast<uint64_t>(cfg.start_hour) + uint64_t(EPO_SEGMENT_HOURS) * (segs - 1) > EPO_MAX_HOUR)
+        static_cast<uint64_t>(cfg.start_hour) + uint64_t(EPO_SEGMENT_HOURS) * (segs - 1) >
+            EPO_MAX_HOUR)
         return fail("GPS hours do not fit the 24-bit hour field");
     if (header_system(sys)) {
         for (int s : cfg.sats)
@@ -437,27 +439,30 @@ bool epogen_validate(const EpoGenConfig &cfg, std::string *err) {
     const int64_t v = epogen_damage_value(cfg);
     const uint64_t size = epogen_file_size(cfg);
     switch (cfg.damage) {
-    case EpoGenDamage::None: break;
-    case EpoGenDamage::Short:
-        if (v < 0 || static_cast<uint64_t>(v) >= size)
-            return fail("short: the length must be less than the file size " + std::to_string(size));
-        break;
-    case EpoGenDamage::UnknownSvid:
-        if (v < 0 || v > 255) return fail("unknown-svid: the SVID must be 0..255");
-        if (epogen_record_count(cfg) < 2) return fail("unknown-svid: the file has no second record");
-        break;
-    case EpoGenDamage::EmptyHeader:
-        if (!header_system(sys)) return fail("empty-header: only Galileo and BeiDou files have a header");
-        break;
-    case EpoGenDamage::ExtraBytes:
-        if (v < 1 || v > 1000000) return fail("extra-bytes: the count must be 1..1000000");
-        break;
-    case EpoGenDamage::GpsInGlonassSlot:
-        if (sys != EpoGenSystem::Gps) return fail("gps-in-glonass-slot: only GPS-only files");
-        if (segs < 2) return fail("gps-in-glonass-slot: needs at least 2 segments");
-        if (v < 0 || v > 255) return fail("gps-in-glonass-slot: the SVID must be 0..255");
-        break;
-    default: return fail("unknown damage");
+        case EpoGenDamage::None: break;
+        case EpoGenDamage::Short:
+            if (v < 0 || static_cast<uint64_t>(v) >= size)
+                return fail("short: the length must be less than the file size " +
+                            std::to_string(size));
+            break;
+        case EpoGenDamage::UnknownSvid:
+            if (v < 0 || v > 255) return fail("unknown-svid: the SVID must be 0..255");
+            if (epogen_record_count(cfg) < 2)
+                return fail("unknown-svid: the file has no second record");
+            break;
+        case EpoGenDamage::EmptyHeader:
+            if (!header_system(sys))
+                return fail("empty-header: only Galileo and BeiDou files have a header");
+            break;
+        case EpoGenDamage::ExtraBytes:
+            if (v < 1 || v > 1000000) return fail("extra-bytes: the count must be 1..1000000");
+            break;
+        case EpoGenDamage::GpsInGlonassSlot:
+            if (sys != EpoGenSystem::Gps) return fail("gps-in-glonass-slot: only GPS-only files");
+            if (segs < 2) return fail("gps-in-glonass-slot: needs at least 2 segments");
+            if (v < 0 || v > 255) return fail("gps-in-glonass-slot: the SVID must be 0..255");
+            break;
+        default: return fail("unknown damage");
     }
     return true;
 }
@@ -501,17 +506,19 @@ std::vector<uint8_t> epogen_generate(const EpoGenConfig &cfg, EpoGenStats *stats
 
     const int64_t v = epogen_damage_value(cfg);
     switch (cfg.damage) {
-    case EpoGenDamage::None:
-    case EpoGenDamage::EmptyHeader: break;
-    case EpoGenDamage::Short: out.resize(static_cast<size_t>(v)); break;
-    case EpoGenDamage::UnknownSvid: out[EPO_RECORD_BYTES + 3] = static_cast<uint8_t>(v); break;
-    case EpoGenDamage::ExtraBytes: {
-        uint64_t state = cfg.seed ^ 0x5EEDF111E7ull;
-        for (int64_t i = 0; i < v; ++i)
-            out.push_back(static_cast<uint8_t>(gen_splitmix64(state) >> 24));
-        break;
-    }
-    case EpoGenDamage::GpsInGlonassSlot: out[32 * EPO_RECORD_BYTES + 3] = static_cast<uint8_t>(v); break;
+        case EpoGenDamage::None:
+        case EpoGenDamage::EmptyHeader: break;
+        case EpoGenDamage::Short: out.resize(static_cast<size_t>(v)); break;
+        case EpoGenDamage::UnknownSvid: out[EPO_RECORD_BYTES + 3] = static_cast<uint8_t>(v); break;
+        case EpoGenDamage::ExtraBytes: {
+            uint64_t state = cfg.seed ^ 0x5EEDF111E7ull;
+            for (int64_t i = 0; i < v; ++i)
+                out.push_back(static_cast<uint8_t>(gen_splitmix64(state) >> 24));
+            break;
+        }
+        case EpoGenDamage::GpsInGlonassSlot:
+            out[32 * EPO_RECORD_BYTES + 3] = static_cast<uint8_t>(v);
+            break;
     }
     st.bytes = out.size();
     if (stats) *stats = st;

@@ -59,15 +59,15 @@ enum class EpoGenSystem {
 // File kinds, each with its default name and default day count.
 enum class EpoGenKind {
     // offline download set
-    Gps,       // EPO_GPS_3_1.DAT
-    Gr,        // EPO_GR_3_1.DAT
-    Gal,       // EPO_GAL_<D>.DAT, 7 days by default
-    Bds,       // EPO_BDS_3.DAT
+    Gps,  // EPO_GPS_3_1.DAT
+    Gr,   // EPO_GR_3_1.DAT
+    Gal,  // EPO_GAL_<D>.DAT, 7 days by default
+    Bds,  // EPO_BDS_3.DAT
     // online set
-    VGps,      // VGPS.DAT
-    VGr,       // VG_R.DAT
-    VGal,      // VGA.DAT
-    VBds,      // VBD2.DAT
+    VGps,  // VGPS.DAT
+    VGr,   // VG_R.DAT
+    VGal,  // VGA.DAT
+    VBds,  // VBD2.DAT
     // extended offline set
     ElpoGps,   // ELPO_GPS_3.DAT
     ElpoGr,    // ELPO_GR3_1.DAT
@@ -76,18 +76,18 @@ enum class EpoGenKind {
     ElpoGlo,   // ELPO_GLO_3.DAT
     ElpoQzss,  // ELPO_QZSS_3.DAT
     // 7-day extended offline set
-    ElpoGps7,  // ELPO_GPS_07days.DAT
-    ElpoGlo7,  // ELPO_GLO_07days.DAT
-    ElpoGal7,  // ELPO_GAL_07days.DAT
-    ElpoBd7,   // ELPO_BD_07days.DAT
-    ElpoQzss7, // ELPO_QZSS_07days.DAT
+    ElpoGps7,   // ELPO_GPS_07days.DAT
+    ElpoGlo7,   // ELPO_GLO_07days.DAT
+    ElpoGal7,   // ELPO_GAL_07days.DAT
+    ElpoBd7,    // ELPO_BD_07days.DAT
+    ElpoQzss7,  // ELPO_QZSS_07days.DAT
     // extended online set
-    VelpoGps,  // VELPO_GPS.DAT
-    VelpoGlo,  // VELPO_GLO.DAT
-    VelpoGal,  // VELPO_GAL.DAT
-    VelpoBds,  // VELPO_BDS.DAT
-    VelpoQzss, // VELPO_QZSS.DAT
-    VelpoGr,   // VELPO_GR.DAT
+    VelpoGps,   // VELPO_GPS.DAT
+    VelpoGlo,   // VELPO_GLO.DAT
+    VelpoGal,   // VELPO_GAL.DAT
+    VelpoBds,   // VELPO_BDS.DAT
+    VelpoQzss,  // VELPO_QZSS.DAT
+    VelpoGr,    // VELPO_GR.DAT
 };
 constexpr int EPO_GEN_KIND_COUNT = 25;
 
@@ -130,12 +130,12 @@ struct EpoGenConfig {
 struct EpoGenStats {
     uint32_t segments = 0;
     uint32_t records_per_segment = 0;
-    uint32_t records = 0;       // records of the undamaged file, header included
+    uint32_t records = 0;  // records of the undamaged file, header included
     bool header = false;
-    uint64_t header_mask = 0;   // (bytes 16-19 << 32) | bytes 4-7, as written
-    uint32_t first_hour = 0;    // hour of segment 0
-    uint32_t last_hour = 0;     // hour of the last segment
-    uint64_t bytes = 0;         // final size, damage applied
+    uint64_t header_mask = 0;  // (bytes 16-19 << 32) | bytes 4-7, as written
+    uint32_t first_hour = 0;   // hour of segment 0
+    uint32_t last_hour = 0;    // hour of the last segment
+    uint64_t bytes = 0;        // final size, damage applied
 };
 
 // ---------------------------------------------------------------------------
@@ -188,7 +188,7 @@ int epogen_svid_of(EpoGenSystem sys, int sat);
 bool epogen_parse_sat_list(const char *text, std::vector<int> *out);
 
 bool epogen_has_header(EpoGenKind kind);
-int epogen_days(const EpoGenConfig &cfg);           // days as used
+int epogen_days(const EpoGenConfig &cfg);  // days as used
 uint32_t epogen_segment_count(const EpoGenConfig &cfg);
 uint32_t epogen_records_per_segment(const EpoGenConfig &cfg);
 uint32_t epogen_segment_bytes(const EpoGenConfig &cfg);

@@ -8,36 +8,36 @@
 
 static void usage(std::FILE *to) {
     std::fprintf(to,
-        "usage: vkagnss-epogen (-o FILE | -d DIR) --kind KIND [options]\n"
-        "       vkagnss-epogen --kind KIND [--days D] --name-only\n"
-        "Writes an EPO file of 72-byte records in 6-hour segments with deterministic\n"
-        "orbit payloads.\n"
-        "  -o FILE               output file; without --kind the kind is taken from the\n"
-        "                        file's name when it is one of the default names\n"
-        "  -d DIR                write DIR/<the kind's default file name>\n"
-        "  --kind KIND           gps (EPO_GPS_3_1.DAT), gr (EPO_GR_3_1.DAT),\n"
-        "                        gal (EPO_GAL_<D>.DAT), bds (EPO_BDS_3.DAT),\n"
-        "                        glo (ELPO_GLO_3.DAT), qzss (ELPO_QZSS_3.DAT),\n"
-        "                        vgps, vgr, vga, vbd2, elpo-gps, elpo-gr, elpo-bds,\n"
-        "                        elpo-gal, elpo-glo, elpo-qzss, elpo-gps-7, elpo-glo-7,\n"
-        "                        elpo-gal-7, elpo-bd-7, elpo-qzss-7, velpo-gps,\n"
-        "                        velpo-glo, velpo-gal, velpo-bds, velpo-qzss, velpo-gr,\n"
-        "                        or a default file name such as ELPO_GLO_07days.DAT\n"
-        "  --days D              days of 4 segments (default 3; 7 for gal and *-7)\n"
-        "  --segments N          exactly N segments (overrides --days for the size)\n"
-        "  --hour H              GPS hour of the first segment (default 403200:\n"
-        "                        GPS week 2400, day 0, hour 0)\n"
-        "  --seed S              payload seed (default 1)\n"
-        "  --sats LIST           Galileo/BeiDou present satellites, e.g. 1,2,5-9\n"
-        "                        (Galileo 1..36, BeiDou 1..63; default: a realistic set)\n"
-        "  --damage KIND         none, short, unknown-svid, empty-header, extra-bytes,\n"
-        "                        gps-in-glonass-slot (default none)\n"
-        "  --damage-value N      short: length (default 100); unknown-svid: SVID of the\n"
-        "                        second record (default 0); extra-bytes: bytes appended\n"
-        "                        (default 72); gps-in-glonass-slot: SVID of the record\n"
-        "                        at offset 2304 (default 65)\n"
-        "  --name-only           print the default file name and write nothing\n"
-        "  --help                this text\n");
+                 "usage: vkagnss-epogen (-o FILE | -d DIR) --kind KIND [options]\n"
+                 "       vkagnss-epogen --kind KIND [--days D] --name-only\n"
+                 "Writes an EPO file of 72-byte records in 6-hour segments with deterministic\n"
+                 "orbit payloads.\n"
+                 "  -o FILE               output file; without --kind the kind is taken from the\n"
+                 "                        file's name when it is one of the default names\n"
+                 "  -d DIR                write DIR/<the kind's default file name>\n"
+                 "  --kind KIND           gps (EPO_GPS_3_1.DAT), gr (EPO_GR_3_1.DAT),\n"
+                 "                        gal (EPO_GAL_<D>.DAT), bds (EPO_BDS_3.DAT),\n"
+                 "                        glo (ELPO_GLO_3.DAT), qzss (ELPO_QZSS_3.DAT),\n"
+                 "                        vgps, vgr, vga, vbd2, elpo-gps, elpo-gr, elpo-bds,\n"
+                 "                        elpo-gal, elpo-glo, elpo-qzss, elpo-gps-7, elpo-glo-7,\n"
+                 "                        elpo-gal-7, elpo-bd-7, elpo-qzss-7, velpo-gps,\n"
+                 "                        velpo-glo, velpo-gal, velpo-bds, velpo-qzss, velpo-gr,\n"
+                 "                        or a default file name such as ELPO_GLO_07days.DAT\n"
+                 "  --days D              days of 4 segments (default 3; 7 for gal and *-7)\n"
+                 "  --segments N          exactly N segments (overrides --days for the size)\n"
+                 "  --hour H              GPS hour of the first segment (default 403200:\n"
+                 "                        GPS week 2400, day 0, hour 0)\n"
+                 "  --seed S              payload seed (default 1)\n"
+                 "  --sats LIST           Galileo/BeiDou present satellites, e.g. 1,2,5-9\n"
+                 "                        (Galileo 1..36, BeiDou 1..63; default: a realistic set)\n"
+                 "  --damage KIND         none, short, unknown-svid, empty-header, extra-bytes,\n"
+                 "                        gps-in-glonass-slot (default none)\n"
+                 "  --damage-value N      short: length (default 100); unknown-svid: SVID of the\n"
+                 "                        second record (default 0); extra-bytes: bytes appended\n"
+                 "                        (default 72); gps-in-glonass-slot: SVID of the record\n"
+                 "                        at offset 2304 (default 65)\n"
+                 "  --name-only           print the default file name and write nothing\n"
+                 "  --help                this text\n");
 }
 
 static const char *const kFlags[] = {"--name-only", nullptr};
@@ -120,11 +120,12 @@ int main(int argc, char **argv) {
     std::string err;
     EpoGenStats st;
     if (!epogen_write_file(cfg, path.c_str(), &st, &err)) return cli_fail(args, err, 1);
-    std::printf("%s: %s (%s), %u segments x %u records%s, %llu bytes, GPS hours %u..%u,"
-                " damage %s\n",
-                path.c_str(), epogen_kind_token(cfg.kind), name.c_str(), st.segments,
-                st.records_per_segment, st.header ? " + header" : "",
-                static_cast<unsigned long long>(st.bytes), st.first_hour, st.last_hour,
-                epogen_damage_token(cfg.damage));
+    std::printf(
+        "%s: %s (%s), %u segments x %u records%s, %llu bytes, GPS hours %u..%u,"
+        " damage %s\n",
+        path.c_str(), epogen_kind_token(cfg.kind), name.c_str(), st.segments,
+        st.records_per_segment, st.header ? " + header" : "",
+        static_cast<unsigned long long>(st.bytes), st.first_hour, st.last_hour,
+        epogen_damage_token(cfg.damage));
     return 0;
 }

@@ -215,11 +215,11 @@ const RtcmFieldDef *find_field(uint32_t msg, RtcmEphField field, uint32_t *pos) 
 const RtcmFieldDef *rtcm_eph_layout(uint32_t msg, size_t *count) {
     const Layout *l = nullptr;
     switch (msg) {
-    case 1019: l = &kLayout1019; break;
-    case 1042: l = &kLayout1042; break;
-    case 1044: l = &kLayout1044; break;
-    case 1046: l = &kLayout1046; break;
-    default: break;
+        case 1019: l = &kLayout1019; break;
+        case 1042: l = &kLayout1042; break;
+        case 1044: l = &kLayout1044; break;
+        case 1046: l = &kLayout1046; break;
+        default: break;
     }
     if (count) *count = l ? l->n : 0;
     return l ? l->f : nullptr;
@@ -306,31 +306,31 @@ static const char kSystems[] = "GCJE";
 
 uint32_t rtcmgen_msg_of_system(char sys) {
     switch (sys) {
-    case 'G': return 1019;
-    case 'C': return 1042;
-    case 'J': return 1044;
-    case 'E': return 1046;
-    default: return 0;
+        case 'G': return 1019;
+        case 'C': return 1042;
+        case 'J': return 1044;
+        case 'E': return 1046;
+        default: return 0;
     }
 }
 
 static int default_sats(char sys) {
     switch (sys) {
-    case 'G': return 32;
-    case 'C': return 10;
-    case 'J': return 4;
-    case 'E': return 24;
-    default: return 0;
+        case 'G': return 32;
+        case 'C': return 10;
+        case 'J': return 4;
+        case 'E': return 24;
+        default: return 0;
     }
 }
 
 static int max_sat_id(char sys) {
     switch (sys) {
-    case 'G': return 32;
-    case 'C': return 63;
-    case 'J': return 10;
-    case 'E': return 36;
-    default: return 0;
+        case 'G': return 32;
+        case 'C': return 63;
+        case 'J': return 10;
+        case 'E': return 36;
+        default: return 0;
     }
 }
 
@@ -380,8 +380,8 @@ bool rtcmgen_validate(const RtcmGenConfig &cfg, std::string *err) {
     if (cfg.trailing_bytes < 1 || cfg.trailing_bytes > 2)
         return fail(err, "trailing bytes must be 1 or 2");
     if (cfg.damage == RtcmDamage::BadCrc || cfg.damage == RtcmDamage::ReservedBits) {
-        const uint64_t frames = static_cast<uint64_t>(frames_per_epoch(cfg)) *
-                                static_cast<uint64_t>(cfg.epochs);
+        const uint64_t frames =
+            static_cast<uint64_t>(frames_per_epoch(cfg)) * static_cast<uint64_t>(cfg.epochs);
         if (cfg.damage_frame < -1) return fail(err, "damaged frame index must be -1 or more");
         // min_size can only add frames, so an index valid for the epochs given is valid.
         if (cfg.damage_frame >= 0 && static_cast<uint64_t>(cfg.damage_frame) >= frames)
@@ -424,8 +424,8 @@ RtcmEph rtcmgen_make_eph(const RtcmGenConfig &cfg, char sys, int sat, int epoch)
     // The orbit of a satellite stays the same over the epochs; what changes
     // with each new ephemeris set (anomaly, harmonics, clock, issue) does not.
     uint64_t orbit = mix_state(cfg.seed, sys_code, static_cast<uint64_t>(sat), 0xFFFFFFFFull);
-    uint64_t set = mix_state(cfg.seed, sys_code, static_cast<uint64_t>(sat),
-                             static_cast<uint64_t>(epoch));
+    uint64_t set =
+        mix_state(cfg.seed, sys_code, static_cast<uint64_t>(sat), static_cast<uint64_t>(epoch));
     const int64_t deg55 = 656175559;  // 55 degrees in 2^-31 semicircles
 
     e.v[F_MSG] = rtcmgen_msg_of_system(sys);
@@ -435,109 +435,109 @@ RtcmEph rtcmgen_make_eph(const RtcmGenConfig &cfg, char sys, int sat, int epoch)
     e.v[F_OMEGA] = mix_range(orbit, INT32_MIN, INT32_MAX);
     e.v[F_I0] = deg55 + mix_range(orbit, -12000000, 12000000);  // about +-1 degree
     e.v[F_E] = mix_range(orbit, 8590, 171798692);               // 1e-6 .. 0.02
-    e.v[F_OMEGADOT] = mix_range(orbit, -30000, -18000);        // about -8e-9 rad/s
+    e.v[F_OMEGADOT] = mix_range(orbit, -30000, -18000);         // about -8e-9 rad/s
     e.v[F_IDOT] = mix_range(set, -400, 400);                    // 2^-43 semicircles/s
     e.v[F_DN] = mix_range(orbit, 9000, 16000);                  // 2^-43 semicircles/s
     e.v[F_HEALTH] = 0;
 
     switch (sys) {
-    case 'G':
-    case 'J': {
-        if (sys == 'G') {
-            e.v[F_SQRTA] = sqrt_a_raw(5153.6) + mix_range(orbit, -200000, 200000);
-        } else {
-            // quasi-zenith orbit: geosynchronous, inclined about 41 degrees, e about 0.075
-            e.v[F_SQRTA] = sqrt_a_raw(6493.4) + mix_range(orbit, -200000, 200000);
-            e.v[F_E] = mix_range(orbit, 601295421, 687194767);  // 0.07 .. 0.08
-            e.v[F_I0] = 489149053 + mix_range(orbit, -12000000, 12000000);
-            e.v[F_OMEGADOT] = mix_range(orbit, -12000, -6000);
+        case 'G':
+        case 'J': {
+            if (sys == 'G') {
+                e.v[F_SQRTA] = sqrt_a_raw(5153.6) + mix_range(orbit, -200000, 200000);
+            } else {
+                // quasi-zenith orbit: geosynchronous, inclined about 41 degrees, e about 0.075
+                e.v[F_SQRTA] = sqrt_a_raw(6493.4) + mix_range(orbit, -200000, 200000);
+                e.v[F_E] = mix_range(orbit, 601295421, 687194767);  // 0.07 .. 0.08
+                e.v[F_I0] = 489149053 + mix_range(orbit, -12000000, 12000000);
+                e.v[F_OMEGADOT] = mix_range(orbit, -12000, -6000);
+            }
+            e.v[F_WEEK] = t.gps_week10;
+            e.v[F_TOE] = t.gps_toe16;
+            e.v[F_TOC] = t.gps_toe16;
+            e.v[F_URA] = mix_range(set, 0, 2);
+            e.v[F_L2CODE] = 1;  // P code on L2
+            e.v[F_IODE] = mix_range(set, 0, 255);
+            e.v[F_IODC] = e.v[F_IODE];  // IODC's low 8 bits match IODE
+            e.v[F_AF2] = 0;
+            e.v[F_AF1] = mix_range(set, -100, 100);          // 2^-43 s/s
+            e.v[F_AF0] = mix_range(set, -1000000, 1000000);  // 2^-31 s: within +-0.5 ms
+            e.v[F_CRS] = mix_range(set, -3500, 3500);        // 2^-5 m
+            e.v[F_CRC] = mix_range(set, 4000, 11000);
+            e.v[F_CUC] = mix_range(set, -5000, 5000);  // 2^-29 rad
+            e.v[F_CUS] = mix_range(set, -5000, 5000);
+            e.v[F_CIC] = mix_range(set, -150, 150);
+            e.v[F_CIS] = mix_range(set, -150, 150);
+            e.v[F_TGD] = mix_range(set, -20, 20);  // 2^-31 s
+            e.v[F_L2P] = 0;
+            e.v[F_FIT] = 0;
+            break;
         }
-        e.v[F_WEEK] = t.gps_week10;
-        e.v[F_TOE] = t.gps_toe16;
-        e.v[F_TOC] = t.gps_toe16;
-        e.v[F_URA] = mix_range(set, 0, 2);
-        e.v[F_L2CODE] = 1;                              // P code on L2
-        e.v[F_IODE] = mix_range(set, 0, 255);
-        e.v[F_IODC] = e.v[F_IODE];                      // IODC's low 8 bits match IODE
-        e.v[F_AF2] = 0;
-        e.v[F_AF1] = mix_range(set, -100, 100);         // 2^-43 s/s
-        e.v[F_AF0] = mix_range(set, -1000000, 1000000); // 2^-31 s: within +-0.5 ms
-        e.v[F_CRS] = mix_range(set, -3500, 3500);       // 2^-5 m
-        e.v[F_CRC] = mix_range(set, 4000, 11000);
-        e.v[F_CUC] = mix_range(set, -5000, 5000);       // 2^-29 rad
-        e.v[F_CUS] = mix_range(set, -5000, 5000);
-        e.v[F_CIC] = mix_range(set, -150, 150);
-        e.v[F_CIS] = mix_range(set, -150, 150);
-        e.v[F_TGD] = mix_range(set, -20, 20);           // 2^-31 s
-        e.v[F_L2P] = 0;
-        e.v[F_FIT] = 0;
-        break;
-    }
-    case 'C': {
-        if (sat <= 10) {
-            // GEO (1-5) and IGSO (6-10) satellites: geosynchronous radius
-            e.v[F_SQRTA] = sqrt_a_raw(6493.4) + mix_range(orbit, -200000, 200000);
-            if (sat <= 5) e.v[F_I0] = mix_range(orbit, 0, 20000000);  // below 2 degrees
-        } else {
-            e.v[F_SQRTA] = sqrt_a_raw(5282.6) + mix_range(orbit, -200000, 200000);
+        case 'C': {
+            if (sat <= 10) {
+                // GEO (1-5) and IGSO (6-10) satellites: geosynchronous radius
+                e.v[F_SQRTA] = sqrt_a_raw(6493.4) + mix_range(orbit, -200000, 200000);
+                if (sat <= 5) e.v[F_I0] = mix_range(orbit, 0, 20000000);  // below 2 degrees
+            } else {
+                e.v[F_SQRTA] = sqrt_a_raw(5282.6) + mix_range(orbit, -200000, 200000);
+            }
+            e.v[F_WEEK] = t.bdt_week13;
+            e.v[F_TOE] = t.bdt_toe8;
+            e.v[F_TOC] = t.bdt_toe8;
+            e.v[F_URA] = mix_range(set, 0, 2);
+            e.v[F_IODE] = mix_range(set, 0, 31);
+            e.v[F_IODC] = mix_range(set, 0, 31);
+            e.v[F_AF2] = 0;
+            e.v[F_AF1] = mix_range(set, -12000, 12000);      // 2^-50 s/s
+            e.v[F_AF0] = mix_range(set, -4000000, 4000000);  // 2^-33 s
+            e.v[F_CRS] = mix_range(set, -7000, 7000);        // 2^-6 m
+            e.v[F_CRC] = mix_range(set, -7000, 22000);
+            e.v[F_CUC] = mix_range(set, -20000, 20000);  // 2^-31 rad
+            e.v[F_CUS] = mix_range(set, -20000, 20000);
+            e.v[F_CIC] = mix_range(set, -500, 500);
+            e.v[F_CIS] = mix_range(set, -500, 500);
+            e.v[F_TGD] = mix_range(set, -100, 100);  // 0.1 ns
+            e.v[F_TGD2] = mix_range(set, -100, 100);
+            break;
         }
-        e.v[F_WEEK] = t.bdt_week13;
-        e.v[F_TOE] = t.bdt_toe8;
-        e.v[F_TOC] = t.bdt_toe8;
-        e.v[F_URA] = mix_range(set, 0, 2);
-        e.v[F_IODE] = mix_range(set, 0, 31);
-        e.v[F_IODC] = mix_range(set, 0, 31);
-        e.v[F_AF2] = 0;
-        e.v[F_AF1] = mix_range(set, -12000, 12000);       // 2^-50 s/s
-        e.v[F_AF0] = mix_range(set, -4000000, 4000000);   // 2^-33 s
-        e.v[F_CRS] = mix_range(set, -7000, 7000);         // 2^-6 m
-        e.v[F_CRC] = mix_range(set, -7000, 22000);
-        e.v[F_CUC] = mix_range(set, -20000, 20000);       // 2^-31 rad
-        e.v[F_CUS] = mix_range(set, -20000, 20000);
-        e.v[F_CIC] = mix_range(set, -500, 500);
-        e.v[F_CIS] = mix_range(set, -500, 500);
-        e.v[F_TGD] = mix_range(set, -100, 100);           // 0.1 ns
-        e.v[F_TGD2] = mix_range(set, -100, 100);
-        break;
-    }
-    case 'E': {
-        e.v[F_SQRTA] = sqrt_a_raw(5440.6) + mix_range(orbit, -100000, 100000);
-        e.v[F_E] = mix_range(orbit, 8590, 8589935);       // below 0.001
-        e.v[F_I0] = 668106024 + mix_range(orbit, -6000000, 6000000);  // about 56 degrees
-        e.v[F_WEEK] = t.gst_week12;
-        e.v[F_TOE] = t.gst_toe60;
-        e.v[F_TOC] = t.gst_toe60;
-        e.v[F_URA] = 107;                                  // SISA 3.12 m
-        e.v[F_IODE] = mix_range(set, 0, 1023);
-        e.v[F_AF2] = 0;
-        e.v[F_AF1] = mix_range(set, -700, 700);           // 2^-46 s/s
-        e.v[F_AF0] = mix_range(set, -8000000, 8000000);   // 2^-34 s
-        e.v[F_CRS] = mix_range(set, -3500, 3500);
-        e.v[F_CRC] = mix_range(set, 4000, 11000);
-        e.v[F_CUC] = mix_range(set, -5000, 5000);
-        e.v[F_CUS] = mix_range(set, -5000, 5000);
-        e.v[F_CIC] = mix_range(set, -150, 150);
-        e.v[F_CIS] = mix_range(set, -150, 150);
-        e.v[F_TGD] = mix_range(set, -20, 20);             // 2^-32 s
-        e.v[F_TGD2] = mix_range(set, -20, 20);
-        e.v[F_E5B_DV] = 0;
-        e.v[F_E1B_HS] = 0;
-        e.v[F_E1B_DV] = 0;
-        e.v[F_RESERVED] = 0;
-        break;
-    }
-    default: break;
+        case 'E': {
+            e.v[F_SQRTA] = sqrt_a_raw(5440.6) + mix_range(orbit, -100000, 100000);
+            e.v[F_E] = mix_range(orbit, 8590, 8589935);                   // below 0.001
+            e.v[F_I0] = 668106024 + mix_range(orbit, -6000000, 6000000);  // about 56 degrees
+            e.v[F_WEEK] = t.gst_week12;
+            e.v[F_TOE] = t.gst_toe60;
+            e.v[F_TOC] = t.gst_toe60;
+            e.v[F_URA] = 107;  // SISA 3.12 m
+            e.v[F_IODE] = mix_range(set, 0, 1023);
+            e.v[F_AF2] = 0;
+            e.v[F_AF1] = mix_range(set, -700, 700);          // 2^-46 s/s
+            e.v[F_AF0] = mix_range(set, -8000000, 8000000);  // 2^-34 s
+            e.v[F_CRS] = mix_range(set, -3500, 3500);
+            e.v[F_CRC] = mix_range(set, 4000, 11000);
+            e.v[F_CUC] = mix_range(set, -5000, 5000);
+            e.v[F_CUS] = mix_range(set, -5000, 5000);
+            e.v[F_CIC] = mix_range(set, -150, 150);
+            e.v[F_CIS] = mix_range(set, -150, 150);
+            e.v[F_TGD] = mix_range(set, -20, 20);  // 2^-32 s
+            e.v[F_TGD2] = mix_range(set, -20, 20);
+            e.v[F_E5B_DV] = 0;
+            e.v[F_E1B_HS] = 0;
+            e.v[F_E1B_DV] = 0;
+            e.v[F_RESERVED] = 0;
+            break;
+        }
+        default: break;
     }
     return e;
 }
 
 static void count_msg(RtcmGenStats &st, uint32_t msg) {
     switch (msg) {
-    case 1019: ++st.count_1019; break;
-    case 1042: ++st.count_1042; break;
-    case 1044: ++st.count_1044; break;
-    case 1046: ++st.count_1046; break;
-    default: break;
+        case 1019: ++st.count_1019; break;
+        case 1042: ++st.count_1042; break;
+        case 1044: ++st.count_1044; break;
+        case 1046: ++st.count_1046; break;
+        default: break;
     }
 }
 
@@ -578,34 +578,35 @@ std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *st
     st.epochs = static_cast<uint32_t>(epochs);
     st.frames = static_cast<uint32_t>(starts.size());
 
-    const size_t k = cfg.damage_frame < 0 ? starts.size() - 1 : static_cast<size_t>(cfg.damage_frame);
+    const size_t k =
+        cfg.damage_frame < 0 ? starts.size() - 1 : static_cast<size_t>(cfg.damage_frame);
     switch (cfg.damage) {
-    case RtcmDamage::None: break;
-    case RtcmDamage::BadCrc: {
-        // the first CRC byte, inverted
-        uint8_t *frame = out.data() + starts[k];
-        const uint32_t len = frame_payload_len(frame);
-        frame[3 + len] = static_cast<uint8_t>(~frame[3 + len]);
-        break;
-    }
-    case RtcmDamage::Truncate: {
-        const size_t off = starts.back();
-        out.resize(off + (out.size() - off) / 2);
-        break;
-    }
-    case RtcmDamage::Trailing:
-        out.push_back(RTCM_PREAMBLE);
-        if (cfg.trailing_bytes == 2) out.push_back(0x00);
-        break;
-    case RtcmDamage::ReservedBits: {
-        // The lowest reserved bit, next to the length: a reader that masks
-        // too few bits still takes it for part of a valid header. The CRC is
-        // recomputed so that the reserved bit is the frame's only fault.
-        uint8_t *frame = out.data() + starts[k];
-        frame[1] = static_cast<uint8_t>(frame[1] | 0x04);
-        seal_frame(frame);
-        break;
-    }
+        case RtcmDamage::None: break;
+        case RtcmDamage::BadCrc: {
+            // the first CRC byte, inverted
+            uint8_t *frame = out.data() + starts[k];
+            const uint32_t len = frame_payload_len(frame);
+            frame[3 + len] = static_cast<uint8_t>(~frame[3 + len]);
+            break;
+        }
+        case RtcmDamage::Truncate: {
+            const size_t off = starts.back();
+            out.resize(off + (out.size() - off) / 2);
+            break;
+        }
+        case RtcmDamage::Trailing:
+            out.push_back(RTCM_PREAMBLE);
+            if (cfg.trailing_bytes == 2) out.push_back(0x00);
+            break;
+        case RtcmDamage::ReservedBits: {
+            // The lowest reserved bit, next to the length: a reader that masks
+            // too few bits still takes it for part of a valid header. The CRC is
+            // recomputed so that the reserved bit is the frame's only fault.
+            uint8_t *frame = out.data() + starts[k];
+            frame[1] = static_cast<uint8_t>(frame[1] | 0x04);
+            seal_frame(frame);
+            break;
+        }
     }
     st.bytes = out.size();
     if (stats) *stats = st;
@@ -654,8 +655,8 @@ RtcmSplit rtcm_split_frames(const uint8_t *data, size_t len) {
         f.reserved_clear = (data[pos + 1] & 0xFC) == 0;
         const uint32_t crc = Vk_Check_CRC24Q(0, data + pos, plen + 3);
         const uint8_t *c = data + pos + 3 + plen;
-        const uint32_t stored = (static_cast<uint32_t>(c[0]) << 16) |
-                                (static_cast<uint32_t>(c[1]) << 8) | c[2];
+        const uint32_t stored =
+            (static_cast<uint32_t>(c[0]) << 16) | (static_cast<uint32_t>(c[1]) << 8) | c[2];
         f.crc_ok = crc == stored;
         r.frames.push_back(f);
         pos += plen + RTCM_FRAME_OVERHEAD;

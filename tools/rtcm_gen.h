@@ -43,10 +43,42 @@ bool rtcm_append_frame(std::vector<uint8_t> &out, const uint8_t *payload, uint32
 // BeiDou TGD2 and Galileo BGD E5b/E1; F_HEALTH holds GPS/QZSS SV health,
 // BeiDou SatH1 and Galileo E5b signal health.
 enum RtcmEphField {
-    F_MSG, F_SAT, F_WEEK, F_URA, F_L2CODE, F_IDOT, F_IODE, F_TOC, F_AF2, F_AF1, F_AF0,
-    F_IODC, F_CRS, F_DN, F_M0, F_CUC, F_E, F_CUS, F_SQRTA, F_TOE, F_CIC, F_OMEGA0,
-    F_CIS, F_I0, F_CRC, F_OMEGA, F_OMEGADOT, F_TGD, F_TGD2, F_HEALTH, F_L2P, F_FIT,
-    F_E5B_DV, F_E1B_HS, F_E1B_DV, F_RESERVED,
+    F_MSG,
+    F_SAT,
+    F_WEEK,
+    F_URA,
+    F_L2CODE,
+    F_IDOT,
+    F_IODE,
+    F_TOC,
+    F_AF2,
+    F_AF1,
+    F_AF0,
+    F_IODC,
+    F_CRS,
+    F_DN,
+    F_M0,
+    F_CUC,
+    F_E,
+    F_CUS,
+    F_SQRTA,
+    F_TOE,
+    F_CIC,
+    F_OMEGA0,
+    F_CIS,
+    F_I0,
+    F_CRC,
+    F_OMEGA,
+    F_OMEGADOT,
+    F_TGD,
+    F_TGD2,
+    F_HEALTH,
+    F_L2P,
+    F_FIT,
+    F_E5B_DV,
+    F_E1B_HS,
+    F_E1B_DV,
+    F_RESERVED,
     F_COUNT
 };
 
@@ -103,9 +135,9 @@ struct RtcmGenConfig {
     // many satellites per system, IDs 1..N, limited to the system's largest
     // ID (G 32, C 63, J 10, E 36).
     int sats = 0;
-    int epochs = 1;             // 2-hour steps from the reference time
-    uint32_t week = 2400;       // reference GPS week (full, not cut to 10 bits)
-    uint32_t tow = 345600;      // reference GPS time of week, seconds (0..604799)
+    int epochs = 1;         // 2-hour steps from the reference time
+    uint32_t week = 2400;   // reference GPS week (full, not cut to 10 bits)
+    uint32_t tow = 345600;  // reference GPS time of week, seconds (0..604799)
     uint64_t seed = 1;
     // Epochs are added until the undamaged file holds at least this many
     // bytes (0: no minimum).
@@ -118,10 +150,10 @@ struct RtcmGenConfig {
 };
 
 struct RtcmGenStats {
-    uint32_t frames = 0;    // frames generated (a truncated last one counts)
-    uint32_t epochs = 0;    // epochs generated (min_size may add some)
+    uint32_t frames = 0;  // frames generated (a truncated last one counts)
+    uint32_t epochs = 0;  // epochs generated (min_size may add some)
     uint32_t count_1019 = 0, count_1042 = 0, count_1044 = 0, count_1046 = 0;
-    uint64_t bytes = 0;     // final size, damage applied
+    uint64_t bytes = 0;  // final size, damage applied
 };
 
 // Message number of a system letter, 0 for an unknown letter.
@@ -139,12 +171,12 @@ struct RtcmEpochTime {
     uint32_t bdt_sow;   // gps_tow - 14, wrapped into the BDT week
     uint32_t gst_week;  // gps_week - 1024
     // Raw field values (the scaled integers in the messages):
-    uint32_t gps_week10;   // gps_week % 1024 (1019, 1044)
-    uint32_t gps_toe16;    // gps_tow / 16 (1019, 1044 toe and toc)
-    uint32_t bdt_week13;   // bdt_week % 8192 (1042)
-    uint32_t bdt_toe8;     // bdt_sow / 8 (1042 toe and toc)
-    uint32_t gst_week12;   // gst_week % 4096 (1046)
-    uint32_t gst_toe60;    // gps_tow / 60 (1046 toe and toc)
+    uint32_t gps_week10;  // gps_week % 1024 (1019, 1044)
+    uint32_t gps_toe16;   // gps_tow / 16 (1019, 1044 toe and toc)
+    uint32_t bdt_week13;  // bdt_week % 8192 (1042)
+    uint32_t bdt_toe8;    // bdt_sow / 8 (1042 toe and toc)
+    uint32_t gst_week12;  // gst_week % 4096 (1046)
+    uint32_t gst_toe60;   // gps_tow / 60 (1046 toe and toc)
 };
 // Times of epoch k: reference time + k x 7200 s, carried into later weeks.
 // Times that are not a multiple of a field's scale are cut down to one.
@@ -173,15 +205,15 @@ struct RtcmFrameInfo {
 };
 
 enum class RtcmSplitEnd {
-    Complete,     // the buffer ends exactly after a frame (or is empty)
-    Incomplete,   // it ends inside a header, payload or CRC
-    NotAFrame,    // a byte other than D3 where a frame should start
+    Complete,    // the buffer ends exactly after a frame (or is empty)
+    Incomplete,  // it ends inside a header, payload or CRC
+    NotAFrame,   // a byte other than D3 where a frame should start
 };
 
 struct RtcmSplit {
     std::vector<RtcmFrameInfo> frames;  // whole frames only
     RtcmSplitEnd end = RtcmSplitEnd::Complete;
-    size_t consumed = 0;                // bytes covered by the whole frames
+    size_t consumed = 0;  // bytes covered by the whole frames
 };
 
 // Splits a buffer into frames from offset 0, strictly (no resynchronisation).

@@ -8,7 +8,8 @@
 #include "tools/tool_cli.h"
 
 static void usage(std::FILE *to) {
-    std::fprintf(to,
+    std::fprintf(
+        to,
         "usage: vkagnss-rtcmgen -o FILE [options]\n"
         "Writes RTCM 3 ephemeris frames (1019 GPS, 1042 BeiDou, 1044 QZSS, 1046 Galileo)\n"
         "with deterministic field values.\n"
@@ -33,10 +34,14 @@ static const struct {
     RtcmDamage kind;
 } kDamageNames[] = {
     // the first name of a kind is the one the summary line prints
-    {"none", RtcmDamage::None},          {"bad-crc", RtcmDamage::BadCrc},
-    {"bad_crc", RtcmDamage::BadCrc},     {"truncate", RtcmDamage::Truncate},
-    {"trailing", RtcmDamage::Trailing},  {"reserved", RtcmDamage::ReservedBits},
-    {"reserved-bits", RtcmDamage::ReservedBits}, {"reserved_bits", RtcmDamage::ReservedBits},
+    {"none", RtcmDamage::None},
+    {"bad-crc", RtcmDamage::BadCrc},
+    {"bad_crc", RtcmDamage::BadCrc},
+    {"truncate", RtcmDamage::Truncate},
+    {"trailing", RtcmDamage::Trailing},
+    {"reserved", RtcmDamage::ReservedBits},
+    {"reserved-bits", RtcmDamage::ReservedBits},
+    {"reserved_bits", RtcmDamage::ReservedBits},
 };
 
 static bool parse_damage(const char *text, RtcmDamage *out) {
@@ -97,10 +102,10 @@ int main(int argc, char **argv) {
     std::string err;
     RtcmGenStats st;
     if (!rtcmgen_write_file(cfg, out_path, &st, &err)) return cli_fail(args, err, 1);
-    std::printf("%s: %u frames, %llu bytes, %u epochs (1019 x%u, 1042 x%u, 1044 x%u, 1046 x%u),"
-                " damage %s\n",
-                out_path, st.frames, static_cast<unsigned long long>(st.bytes), st.epochs,
-                st.count_1019, st.count_1042, st.count_1044, st.count_1046,
-                damage_name(cfg.damage));
+    std::printf(
+        "%s: %u frames, %llu bytes, %u epochs (1019 x%u, 1042 x%u, 1044 x%u, 1046 x%u),"
+        " damage %s\n",
+        out_path, st.frames, static_cast<unsigned long long>(st.bytes), st.epochs, st.count_1019,
+        st.count_1042, st.count_1044, st.count_1046, damage_name(cfg.damage));
     return 0;
 }

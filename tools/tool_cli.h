@@ -14,8 +14,8 @@ struct CliArgs {
     void (*usage)(std::FILE *to);  // prints the program's help text
     int argc;
     char **argv;
-    const char *const *flags;      // options that take no value, null-terminated; may be null
-    int next;                      // index of the next argument to read
+    const char *const *flags;  // options that take no value, null-terminated; may be null
+    int next;                  // index of the next argument to read
 };
 
 // One option as read.

@@ -40,7 +40,7 @@ inline std::vector<uint8_t> record_at(const std::vector<uint8_t> &bytes, size_t 
 
 // The records of a file from offset on, in file order.
 inline std::vector<std::vector<uint8_t>> records_of(const std::vector<uint8_t> &bytes,
-                                                     size_t offset = 0) {
+                                                    size_t offset = 0) {
     std::vector<std::vector<uint8_t>> out;
     for (size_t o = offset; o + 72 <= bytes.size(); o += 72) out.push_back(record_at(bytes, o));
     return out;
@@ -67,10 +67,14 @@ inline EpoSummary summarize(const std::vector<uint8_t> &b) {
     uint8_t svid = b[75];
     uint32_t hour = uint32_t(b[72]) | uint32_t(b[73]) << 8 | uint32_t(b[74]) << 16;
     int type = -1;
-    if (svid >= 1 && svid <= 32) type = 0;
-    else if (svid >= 101 && svid <= 136) type = 2;
-    else if ((svid >= 201 && svid <= 254) || (svid >= 190 && svid <= 198)) type = 3;
-    if (type == 0 && b.size() % 4032 == 0 && b.size() >= 2304 + 72 && b[2307] >= 65 && b[2307] <= 88)
+    if (svid >= 1 && svid <= 32)
+        type = 0;
+    else if (svid >= 101 && svid <= 136)
+        type = 2;
+    else if ((svid >= 201 && svid <= 254) || (svid >= 190 && svid <= 198))
+        type = 3;
+    if (type == 0 && b.size() % 4032 == 0 && b.size() >= 2304 + 72 && b[2307] >= 65 &&
+        b[2307] <= 88)
         type = 1;
     uint32_t segs = 0;
     if (type == 0) segs = s.size / 2304;
@@ -78,8 +82,10 @@ inline EpoSummary summarize(const std::vector<uint8_t> &b) {
     if (type == 2 || type == 3) {
         int n = __builtin_popcount(le32_at(&b[4])) + __builtin_popcount(le32_at(&b[16]));
         s.header_sats = n;
-        if (n == 0) type = -1;
-        else segs = (s.size - 72) / (uint32_t(n) * 72);
+        if (n == 0)
+            type = -1;
+        else
+            segs = (s.size - 72) / (uint32_t(n) * 72);
     }
     static const char *const kText[] = {"GPS ONLY", "GPS + GLONASS", "GALILEO ONLY", "BDS ONLY"};
     s.type = type;
@@ -128,7 +134,8 @@ inline std::string summary_lines(const char *level, const std::string &type_text
 inline std::string decode_lines(const EpoFile &f) {
     EpoSummary s = summarize(f.bytes);
     std::string out = "[SSS.mmm][DEBUG] Get epo info from file, Path: " + f.path + "\r\n";
-    if (s.header_sats >= 0) out += "[SSS.mmm][DEBUG] svid = " + std::to_string(s.header_sats) + "\n";
+    if (s.header_sats >= 0)
+        out += "[SSS.mmm][DEBUG] svid = " + std::to_string(s.header_sats) + "\n";
     if (s.header_sats == 0) out += "[SSS.mmm][ERROR] EPO header lists no satellite\n";
     return out + summary_lines("DEBUG", s.type_text, s);
 }

@@ -78,13 +78,13 @@ TEST_F(Ag33xxE2E, OnlineInjectionOfAGpsFile) {
     start();
     EpoFile f = make_epo(dir(), epo_cfg(EpoGenKind::VGps));
     ASSERT_EQ(f.bytes.size(), 27648u);
-    ToolRun r = run_tool(args("online", {"-sHOT", "-u0,2026-01-08-09:59:17,18,10",
-                                         "-l31.5,121.25,10,5", "-f" + f.path}));
+    ToolRun r = run_tool(args(
+        "online", {"-sHOT", "-u0,2026-01-08-09:59:17,18,10", "-l31.5,121.25,10,5", "-f" + f.path}));
     SimRecord rec = finish();
 
-    std::vector<std::string> expected = {nmea_sentence("$PAIR004"),
-                                         nmea_sentence("$PAIR590,2026,1,8,9,59,17"),
-                                         nmea_sentence("$PAIR600,31.500000,121.250000,10.0,50.0,50.0,0.0,100.0")};
+    std::vector<std::string> expected = {
+        nmea_sentence("$PAIR004"), nmea_sentence("$PAIR590,2026,1,8,9,59,17"),
+        nmea_sentence("$PAIR600,31.500000,121.250000,10.0,50.0,50.0,0.0,100.0")};
     auto records = records_of(f.bytes);
     for (const auto &rc : records) expected.push_back(pair471(0, rc[3], rc));
     EXPECT_EQ(rec.sentences, expected);
@@ -172,7 +172,8 @@ TEST_F(Ag33xxE2E, OnlineGalileoAndBeidouFilesSkipTheHeader) {
     EXPECT_EQ(rec.sentences[0], pair471(2, expected[0][3] - 100, expected[0]));
     EXPECT_EQ(rec.prn_errors, 0u);
     std::string out = out_of(r);
-    EXPECT_NE(out.find("[SSS.mmm][INFO] AG33XX Send EphData [1] times, ret: 0x0\n"), std::string::npos);
+    EXPECT_NE(out.find("[SSS.mmm][INFO] AG33XX Send EphData [1] times, ret: 0x0\n"),
+              std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][INFO] AG33XX Send EphData [2] times, ret: 0x0\n" +
                        std::string(kSuccess)),
               std::string::npos);
@@ -216,7 +217,8 @@ TEST_F(Ag33xxE2E, OfflineGpsGlonassFileGoesOutInTwoRounds) {
     EXPECT_EQ(rec.epo_markers, (std::vector<std::string>{"begin G", "end G", "begin R", "end R"}));
     std::vector<std::vector<uint8_t>> expected;
     for (int s = 0; s < 12; ++s)
-        for (int i = 0; i < 32; ++i) expected.push_back(record_at(f.bytes, size_t(s * 4032 + i * 72)));
+        for (int i = 0; i < 32; ++i)
+            expected.push_back(record_at(f.bytes, size_t(s * 4032 + i * 72)));
     for (int s = 0; s < 12; ++s)
         for (int i = 0; i < 24; ++i)
             expected.push_back(record_at(f.bytes, size_t(s * 4032 + 2304 + i * 72)));
@@ -332,8 +334,8 @@ TEST_F(Ag33xxE2E, ClearThatFailsFollowedByARestartThatSucceeds) {
     f.refuse_prefix = "$PAIR472";
     start(f);
     EpoFile file = make_epo(dir(), epo_cfg(EpoGenKind::Gps, 1));
-    ToolRun r = run_tool(args("offline", {"-c", "-sWARM", "-u0,2026-01-08-09:59:17,18,10",
-                                          "-f" + file.path}));
+    ToolRun r = run_tool(
+        args("offline", {"-c", "-sWARM", "-u0,2026-01-08-09:59:17,18,10", "-f" + file.path}));
     SimRecord rec = finish();
     ASSERT_GE(rec.sentences.size(), 3u);
     EXPECT_EQ(rec.sentences[0], nmea_sentence("$PAIR472"));
@@ -367,7 +369,8 @@ TEST_F(Ag33xxE2E, ThreeFilesWhereTheSecondFails) {
               first);
     EXPECT_LE(rec.epo_records.size(), first.size() + 1);  // nothing of the third file
     std::string out = out_of(r);
-    EXPECT_NE(out.find("[SSS.mmm][INFO] AG33XX Send EphData [1] times, ret: 0x0\n"), std::string::npos);
+    EXPECT_NE(out.find("[SSS.mmm][INFO] AG33XX Send EphData [1] times, ret: 0x0\n"),
+              std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][ERROR] check_id: 471,check_ret:1\n"), std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][ERROR] send VGA.DAT failed[SSS.mmm][INFO] AG33XX Send EphData "
                        "[2] times, ret: 0x202\n[SSS.mmm][FAIL] vkagnss run fail,ret:[0x202]\n"),
@@ -384,7 +387,8 @@ TEST_F(Ag33xxE2E, TimeAcknowledgementSplitOverTwoReads) {
     start(f);
     ToolRun r = run_tool(args("online", {"-u0,2026-01-08-09:59:17,18,10"}));
     SimRecord rec = finish();
-    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea_sentence("$PAIR590,2026,1,8,9,59,17")}));
+    EXPECT_EQ(rec.sentences,
+              (std::vector<std::string>{nmea_sentence("$PAIR590,2026,1,8,9,59,17")}));
     std::string echoed;
     std::string out = out_of(r, &echoed);
     EXPECT_NE(out.find("[SSS.mmm][INFO] AG33XX Send Time ret: 0x0\n"), std::string::npos);
@@ -398,7 +402,8 @@ TEST_F(Ag33xxE2E, RefusedTimeRepeatedUntilTheDeadlineGivesBadAcknowledgement) {
     start(f);
     ToolRun r = run_tool(args("online", {"-u0,2026-01-08-09:59:17,18,10", "-l31.5,121.25,10,5"}));
     SimRecord rec = finish();
-    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea_sentence("$PAIR590,2026,1,8,9,59,17")}));
+    EXPECT_EQ(rec.sentences,
+              (std::vector<std::string>{nmea_sentence("$PAIR590,2026,1,8,9,59,17")}));
     std::string out = out_of(r);
     EXPECT_NE(out.find("[SSS.mmm][ERROR] check_id: 590,check_ret:1\n"), std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][INFO] AG33XX Send Time ret: 0x202\n"
@@ -413,9 +418,10 @@ TEST_F(Ag33xxE2E, ZeroLatitudeRefusesThePosition) {
     ToolRun r = run_tool(args("online", {"-l0.0,121.25,10,5"}));
     SimRecord rec = finish();
     EXPECT_TRUE(rec.raw.empty());
-    EXPECT_NE(out_of(r).find("[SSS.mmm][ERROR] lat[0.000000] or lon[121.250000] is none,no send pos\n"
-                             "[SSS.mmm][INFO] AG33XX Send Pos ret: 0x102\n"),
-              std::string::npos);
+    EXPECT_NE(
+        out_of(r).find("[SSS.mmm][ERROR] lat[0.000000] or lon[121.250000] is none,no send pos\n"
+                       "[SSS.mmm][INFO] AG33XX Send Pos ret: 0x102\n"),
+        std::string::npos);
     EXPECT_EQ(r.status, 18);
 }
 
@@ -458,8 +464,8 @@ TEST_F(Ag33xxE2E, MissingFileIsRefusedBeforeThePortOpens) {
     EpoFile a = make_epo(dir(), epo_cfg(EpoGenKind::VGps, 1));
     std::string missing = dir() + "/VGA.DAT";
     ToolRun r = run_tool(args("online", {"-f" + a.path + "," + missing}));
-    EXPECT_EQ(out_of(r), head(false) + "[SSS.mmm][INFO] all file: " + a.path + "," + missing + "\n" +
-                             "[SSS.mmm] index:1,file:" + a.path + "\n" +
+    EXPECT_EQ(out_of(r), head(false) + "[SSS.mmm][INFO] all file: " + a.path + "," + missing +
+                             "\n" + "[SSS.mmm] index:1,file:" + a.path + "\n" +
                              "[SSS.mmm] index:2,file:" + missing + "\n" +
                              "[SSS.mmm][ERROR] Fail to access " + missing +
                              ", errno: 2 (No such file or directory)\n" +
@@ -482,12 +488,13 @@ TEST_F(Ag33xxE2E, PortFailureWordedPerMode) {
 TEST_F(Ag33xxE2E, UsageErrorForAnInvalidStartWay) {
     port_ = "COM3";
     ToolRun r = run_tool(args("offline", {"-sFULL"}));
-    EXPECT_EQ(out_of(r), head(true) + "[SSS.mmm][ERROR] Invalid start way:FULL\n" +
-                             "[SSS.mmm][INFO] Start way:FULL\n" +
-                             "[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
-                             "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline, "
-                             "FAIL\n" +
-                             "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n");
+    EXPECT_EQ(out_of(r),
+              head(true) + "[SSS.mmm][ERROR] Invalid start way:FULL\n" +
+                  "[SSS.mmm][INFO] Start way:FULL\n" +
+                  "[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
+                  "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline, "
+                  "FAIL\n" +
+                  "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n");
 }
 
 // --- the information entry ---------------------------------------------------
@@ -497,10 +504,10 @@ TEST_F(Ag33xxE2E, InformationEntryPrintsTheSummaryOfEachFile) {
     EpoFile b = make_epo(dir(), epo_cfg(EpoGenKind::Gr));
     EpoFile c = make_epo(dir(), epo_cfg(EpoGenKind::Bds));
     ToolRun r = run_tool({"-m", "AG33XX", file_arg({a, b, c})});
-    std::string expected = std::string(kBanner) +
-                           "[SSS.mmm][INFO] enter AG33XX Agnss decode file func \n" +
-                           "[SSS.mmm][INFO] Module: AG33XX\n" + "[SSS.mmm][INFO] all file: " +
-                           a.path + "," + b.path + "," + c.path + "\n";
+    std::string expected =
+        std::string(kBanner) + "[SSS.mmm][INFO] enter AG33XX Agnss decode file func \n" +
+        "[SSS.mmm][INFO] Module: AG33XX\n" + "[SSS.mmm][INFO] all file: " + a.path + "," + b.path +
+        "," + c.path + "\n";
     const char *types[] = {"GPS ", "GPS + GLONASS ", "BDS "};
     int i = 0;
     for (const EpoFile *f : {&a, &b, &c}) {
@@ -531,14 +538,13 @@ TEST_F(Ag33xxE2E, InformationEntryOnTheRealRecording) {
 TEST_F(Ag33xxE2E, InformationEntryWithAMissingFile) {
     std::string missing = dir() + "/EPO_GPS_3_1.DAT";
     ToolRun r = run_tool({"-m", "AG33XX", "-f" + missing});
-    EXPECT_EQ(out_of(r), std::string(kBanner) +
-                             "[SSS.mmm][INFO] enter AG33XX Agnss decode file func \n" +
-                             "[SSS.mmm][INFO] Module: AG33XX\n" + "[SSS.mmm][INFO] all file: " +
-                             missing + "\n" + "[SSS.mmm] Only one epo file need to inject\n" +
-                             "[SSS.mmm] index:1,file:" + missing + "\n" +
-                             "[SSS.mmm][ERROR] Fail to access " + missing +
-                             ", errno: 2 (No such file or directory)\n" +
-                             "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x103]\n");
+    EXPECT_EQ(out_of(r),
+              std::string(kBanner) + "[SSS.mmm][INFO] enter AG33XX Agnss decode file func \n" +
+                  "[SSS.mmm][INFO] Module: AG33XX\n" + "[SSS.mmm][INFO] all file: " + missing +
+                  "\n" + "[SSS.mmm] Only one epo file need to inject\n" +
+                  "[SSS.mmm] index:1,file:" + missing + "\n" + "[SSS.mmm][ERROR] Fail to access " +
+                  missing + ", errno: 2 (No such file or directory)\n" +
+                  "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x103]\n");
     EXPECT_EQ(r.status, 19);
 }
 

@@ -14,8 +14,8 @@ std::string expected_model_list() {
         const char *base;
         int count;
     };
-    const Group groups[] = {{"HD8XXX", 23},    {"AG33XX", 33}, {"STA8100", 28}, {"RZ610MXXXX", 1},
-                            {"MJ7XXX", 2},     {"TQ934N", 2},  {"DW2207B", 1}};
+    const Group groups[] = {{"HD8XXX", 23}, {"AG33XX", 33}, {"STA8100", 28}, {"RZ610MXXXX", 1},
+                            {"MJ7XXX", 2},  {"TQ934N", 2},  {"DW2207B", 1}};
     std::string s = "Supported module:\n";
     for (const Group &g : groups) {
         s += std::string(g.base) + "\n";
@@ -64,7 +64,8 @@ TEST(CoreE2E, DashSAnywhereAfterEarlierOptionsTakeEffect) {
 
 TEST(CoreE2E, NonNumericLevelIsZero) {
     ToolRun r = run_tool({"-R", "high", "-S"});
-    EXPECT_EQ(mask(r.out), std::string(kBanner) + "[SSS.mmm][INFO] RTS :0\n" + expected_model_list());
+    EXPECT_EQ(mask(r.out),
+              std::string(kBanner) + "[SSS.mmm][INFO] RTS :0\n" + expected_model_list());
 }
 
 TEST(CoreE2E, ModeWithCapitalIsRefused) {
@@ -87,9 +88,9 @@ TEST(CoreE2E, OfflineModeIsRefusedForDw2207b) {
 
 TEST(CoreE2E, UnknownModel) {
     ToolRun r = run_tool({"-m", "XY1234", "-o", "online"});
-    EXPECT_EQ(mask(r.out), std::string(kBanner) +
-                               "[SSS.mmm][ERROR] Not support XY1234 or not support Offline Agnss\n" +
-                               kFailAll);
+    EXPECT_EQ(mask(r.out),
+              std::string(kBanner) +
+                  "[SSS.mmm][ERROR] Not support XY1234 or not support Offline Agnss\n" + kFailAll);
     EXPECT_EQ(r.status, 255);
 }
 
@@ -103,9 +104,9 @@ TEST(CoreE2E, ModelNameIsCutAtFifteenCharacters) {
 
 TEST(CoreE2E, ModelIsMatchedAtItsFullLengthOnly) {
     ToolRun r = run_tool({"-m", "DW2207", "-o", "online"});
-    EXPECT_EQ(mask(r.out), std::string(kBanner) +
-                               "[SSS.mmm][ERROR] Not support DW2207 or not support Offline Agnss\n" +
-                               kFailAll);
+    EXPECT_EQ(mask(r.out),
+              std::string(kBanner) +
+                  "[SSS.mmm][ERROR] Not support DW2207 or not support Offline Agnss\n" + kFailAll);
 }
 
 TEST(CoreE2E, ModeIsCutAtSevenCharacters) {

@@ -87,8 +87,8 @@ TEST_F(Dw2207bE2E, FullInjection) {
     auto frames = frames_of(file);
     ASSERT_EQ(frames.size(), 70u);
 
-    ToolRun r = run_tool(args({"-sHOT", "-u0,2026-01-08-09:59:17,18,10", "-l31.5,121.25,10,5",
-                               "-f" + path}));
+    ToolRun r = run_tool(
+        args({"-sHOT", "-u0,2026-01-08-09:59:17,18,10", "-l31.5,121.25,10,5", "-f" + path}));
     SimRecord rec = finish();
 
     const std::string reset = nmea("$RESET,0,h00");
@@ -111,13 +111,11 @@ TEST_F(Dw2207bE2E, FullInjection) {
                   "Accuracy:10\n" +
                   "[SSS.mmm][INFO] Ref position:31.5,121.25,10,5\n" +
                   "[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,PosAcc:5" +
-                  "[SSS.mmm][INFO] File: " + path + "\n" + kOpen +
-                  "[SSS.mmm] Start cmd:" + reset + "[SSS.mmm] RECV ACK ok\n" +
-                  "[SSS.mmm][INFO] DW2207B Send StartWay ret: 0x0\n" +
+                  "[SSS.mmm][INFO] File: " + path + "\n" + kOpen + "[SSS.mmm] Start cmd:" + reset +
+                  "[SSS.mmm] RECV ACK ok\n" + "[SSS.mmm][INFO] DW2207B Send StartWay ret: 0x0\n" +
                   "[SSS.mmm] AID TIME cmd: " + time + "[SSS.mmm] RECV ACK ok\n" +
-                  "[SSS.mmm][INFO] DW2207B Send Time ret: 0x0\n" +
-                  "[SSS.mmm] AID POS cmd: " + pos + "[SSS.mmm] RECV ACK ok\n" +
-                  "[SSS.mmm][INFO] DW2207B Send Pos ret: 0x0\n" +
+                  "[SSS.mmm][INFO] DW2207B Send Time ret: 0x0\n" + "[SSS.mmm] AID POS cmd: " + pos +
+                  "[SSS.mmm] RECV ACK ok\n" + "[SSS.mmm][INFO] DW2207B Send Pos ret: 0x0\n" +
                   progress_lines(frames, (long long)file.size()) +
                   "[SSS.mmm][INFO] DW2207B Send EphData ret: 0x0\n" + kSuccess);
     EXPECT_EQ(r.err, "");
@@ -143,7 +141,8 @@ TEST_F(Dw2207bE2E, StartWayNamesChooseTheResetArgument) {
     r = run_tool(args({"-sNONE"}));
     EXPECT_EQ(r.status, 0);
     SimRecord rec = finish();
-    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$RESET,0,h01"), nmea("$RESET,0,hFF")}));
+    EXPECT_EQ(rec.sentences,
+              (std::vector<std::string>{nmea("$RESET,0,h01"), nmea("$RESET,0,hFF")}));
 }
 
 TEST_F(Dw2207bE2E, SilentReceiverFailsTheRestartAndSkipsTheRest) {
@@ -189,13 +188,14 @@ TEST_F(Dw2207bE2E, RefusedPositionFollowedBySilenceGivesNoReply) {
     start(f);
     ToolRun r = run_tool(args({"-l31.5,121.25,10,5"}));
     SimRecord rec = finish();
-    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
-    EXPECT_EQ(out_of(r), head() + "[SSS.mmm][INFO] Ref position:31.5,121.25,10,5\n" +
-                             "[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,PosAcc:5" +
-                             kOpen + "[SSS.mmm] AID POS cmd: " +
-                             nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0") +
-                             "[SSS.mmm][INFO] DW2207B Send Pos ret: 0x200\n" +
-                             "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x200]\n");
+    EXPECT_EQ(rec.sentences,
+              (std::vector<std::string>{nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
+    EXPECT_EQ(out_of(r),
+              head() + "[SSS.mmm][INFO] Ref position:31.5,121.25,10,5\n" +
+                  "[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,PosAcc:5" + kOpen +
+                  "[SSS.mmm] AID POS cmd: " + nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0") +
+                  "[SSS.mmm][INFO] DW2207B Send Pos ret: 0x200\n" +
+                  "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x200]\n");
     EXPECT_EQ(r.status, 32);
 }
 
@@ -204,11 +204,11 @@ TEST_F(Dw2207bE2E, ReceiverThatStopsAnsweringFailsTheNextStep) {
     f.stop_after = 1;
     start(f);
     std::string path = rtcm_file(RtcmGenConfig());
-    ToolRun r = run_tool(args({"-sHOT", "-u0,2026-01-08-09:59:17,18,10", "-l31.5,121.25,10,5",
-                               "-f" + path}));
+    ToolRun r = run_tool(
+        args({"-sHOT", "-u0,2026-01-08-09:59:17,18,10", "-l31.5,121.25,10,5", "-f" + path}));
     SimRecord rec = finish();
     EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$RESET,0,h00"),
-                                                        nmea("$AIDTIME,2026,1,8,9,59,17,0")}));
+                                                       nmea("$AIDTIME,2026,1,8,9,59,17,0")}));
     EXPECT_TRUE(rec.frames.empty());
     std::string out = out_of(r);
     EXPECT_NE(out.find("[SSS.mmm][INFO] DW2207B Send StartWay ret: 0x0\n"), std::string::npos);
@@ -225,11 +225,12 @@ TEST_F(Dw2207bE2E, SplitDelayedAndNoisyRepliesAreStillAccepted) {
     f.delay_ms = 300;
     f.garbage_bytes = 40;
     start(f);
-    ToolRun r = run_tool(args({"-sCOLD", "-u0,2026-12-31-23:59:59,18,10", "-l-33.865,-151.2094,58.3,5"}));
+    ToolRun r =
+        run_tool(args({"-sCOLD", "-u0,2026-12-31-23:59:59,18,10", "-l-33.865,-151.2094,58.3,5"}));
     SimRecord rec = finish();
-    EXPECT_EQ(rec.sentences,
-              (std::vector<std::string>{nmea("$RESET,0,hFF"), nmea("$AIDTIME,2026,12,31,23,59,59,0"),
-                                        nmea("$AIDPOS,3386.500000,S,15120.940000,W,58.3")}));
+    EXPECT_EQ(rec.sentences, (std::vector<std::string>{
+                                 nmea("$RESET,0,hFF"), nmea("$AIDTIME,2026,12,31,23,59,59,0"),
+                                 nmea("$AIDPOS,3386.500000,S,15120.940000,W,58.3")}));
     std::string out = out_of(r);
     EXPECT_NE(out.find("[SSS.mmm][INFO] DW2207B Send Pos ret: 0x0\n" + std::string(kSuccess)),
               std::string::npos);
@@ -241,8 +242,10 @@ TEST_F(Dw2207bE2E, TimeFromTheComputerClock) {
     ToolRun r = run_tool(args({"-u1,ignored,18,10"}));
     SimRecord rec = finish();
     ASSERT_EQ(rec.sentences.size(), 1u);
-    EXPECT_TRUE(std::regex_match(rec.sentences[0],
-                                 std::regex(R"(\$AIDTIME,20\d\d,\d{1,2},\d{1,2},\d{1,2},\d{1,2},\d{1,2},0\*[0-9A-F]{2}\r\n)")))
+    EXPECT_TRUE(std::regex_match(
+        rec.sentences[0],
+        std::regex(
+            R"(\$AIDTIME,20\d\d,\d{1,2},\d{1,2},\d{1,2},\d{1,2},\d{1,2},0\*[0-9A-F]{2}\r\n)")))
         << rec.sentences[0];
     EXPECT_EQ(rec.bad_checksums, 0u);
     EXPECT_EQ(r.status, 0);
@@ -254,12 +257,13 @@ TEST_F(Dw2207bE2E, ZeroLongitudeRefusesThePosition) {
     ToolRun r = run_tool(args({"-l51.4779,0,10,5", "-f" + path}));
     SimRecord rec = finish();
     EXPECT_TRUE(rec.raw.empty());
-    EXPECT_EQ(out_of(r), head() + "[SSS.mmm][INFO] Ref position:51.4779,0,10,5\n" +
-                             "[SSS.mmm][INFO] Pos Enable:1,Lat:51.4779,Lon:0,Altitude:10,PosAcc:5" +
-                             "[SSS.mmm][INFO] File: " + path + "\n" + kOpen +
-                             "[SSS.mmm][ERROR] lat[5147.790000] or lon[0.000000] is none,no send pos\n" +
-                             "[SSS.mmm][INFO] DW2207B Send Pos ret: 0x102\n" +
-                             "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n");
+    EXPECT_EQ(out_of(r),
+              head() + "[SSS.mmm][INFO] Ref position:51.4779,0,10,5\n" +
+                  "[SSS.mmm][INFO] Pos Enable:1,Lat:51.4779,Lon:0,Altitude:10,PosAcc:5" +
+                  "[SSS.mmm][INFO] File: " + path + "\n" + kOpen +
+                  "[SSS.mmm][ERROR] lat[5147.790000] or lon[0.000000] is none,no send pos\n" +
+                  "[SSS.mmm][INFO] DW2207B Send Pos ret: 0x102\n" +
+                  "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n");
     EXPECT_EQ(r.status, 18);
 }
 
@@ -272,8 +276,8 @@ TEST_F(Dw2207bE2E, EmptyFileEndsWithCommandFailure) {
     EXPECT_TRUE(rec.raw.empty());
     EXPECT_EQ(out_of(r), head() + "[SSS.mmm][INFO] File: " + path + "\n" + kOpen +
                              "[SSS.mmm][INFO] Enter send eph...\n" +
-                             "[SSS.mmm][PROGRESS] 0.00%,0,0\r\n" +
-                             "[SSS.mmm][ERROR] send [" + path + "] to module failed\n" +
+                             "[SSS.mmm][PROGRESS] 0.00%,0,0\r\n" + "[SSS.mmm][ERROR] send [" +
+                             path + "] to module failed\n" +
                              "[SSS.mmm][INFO] DW2207B Send EphData ret: 0x107\n" +
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x107]\n");
     EXPECT_EQ(r.status, 0x17);
@@ -501,9 +505,10 @@ protected:
         ToolRun r = run_tool(args(extra));
         std::string expected = head() + lines;
         if (usage)
-            expected += "[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
-                        "./vk_agnss -m DW2207B -f ephemeris.rtcm3 -p COM3 -b 115200 -o online, "
-                        "FAIL\n";
+            expected +=
+                "[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
+                "./vk_agnss -m DW2207B -f ephemeris.rtcm3 -p COM3 -b 115200 -o online, "
+                "FAIL\n";
         expected += "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n";
         EXPECT_EQ(mask(r.out), expected);
         EXPECT_EQ(r.status, 18);
@@ -512,9 +517,10 @@ protected:
 
 TEST_F(Dw2207bOptionsE2E, UnknownStartWays) {
     expect_refused({"-sCOLDX"},
-                   "[SSS.mmm][ERROR] Invalid start way:COLDX\n[SSS.mmm][INFO] Start way:COLDX\n", true);
-    expect_refused({"-sCO"}, "[SSS.mmm][ERROR] Invalid start way:CO\n[SSS.mmm][INFO] Start way:CO\n",
+                   "[SSS.mmm][ERROR] Invalid start way:COLDX\n[SSS.mmm][INFO] Start way:COLDX\n",
                    true);
+    expect_refused({"-sCO"},
+                   "[SSS.mmm][ERROR] Invalid start way:CO\n[SSS.mmm][INFO] Start way:CO\n", true);
     expect_refused({"-sFULLCOLD"},
                    "[SSS.mmm][ERROR] Invalid start way:FULLCOLD\n"
                    "[SSS.mmm][INFO] Start way:FULLCOLD\n",
@@ -589,7 +595,8 @@ TEST_F(Dw2207bOptionsE2E, MissingPortOrBaud) {
 TEST_F(Dw2207bOptionsE2E, StrayWordEndsTheParse) {
     // "-s COLD": the value is not attached, so COLD is a stray word and the
     // port after it is never seen.
-    ToolRun r = run_tool({"-m", "DW2207B", "-o", "online", "-s", "COLD", "-p", "COM3", "-b", "9600"});
+    ToolRun r =
+        run_tool({"-m", "DW2207B", "-o", "online", "-s", "COLD", "-p", "COM3", "-b", "9600"});
     EXPECT_EQ(mask(r.out), std::string(kBanner) + "[SSS.mmm][INFO] enter DW2207B AgnssOnline\n" +
                                "[SSS.mmm][INFO] Module: DW2207B\n" +
                                "[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
@@ -613,11 +620,13 @@ TEST_F(Dw2207bE2E, SixtyThreeCharacterStringsAreAccepted) {
     ASSERT_EQ(time.size(), 63u);
     ToolRun r = run_tool(args({"-u" + time, "-l" + loc}));
     SimRecord rec = finish();
-    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$AIDTIME,2026,1,8,9,59,17,0"),
-                                                        nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
-    EXPECT_NE(mask(r.out).find("[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,PosAcc:"
-                               "55555555555555555[SSS.mmm]"),
-              std::string::npos);
+    EXPECT_EQ(rec.sentences,
+              (std::vector<std::string>{nmea("$AIDTIME,2026,1,8,9,59,17,0"),
+                                        nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
+    EXPECT_NE(
+        mask(r.out).find("[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,PosAcc:"
+                         "55555555555555555[SSS.mmm]"),
+        std::string::npos);
     EXPECT_EQ(r.status, 0);
 }
 
@@ -633,9 +642,8 @@ TEST_F(Dw2207bE2E, ChattyReceiverThatRefusesGivesCommandFailure) {
     SimRecord rec = finish();
     EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$RESET,0,h01")}));
     EXPECT_TRUE(rec.frames.empty());
-    EXPECT_EQ(out_of(r), head() + "[SSS.mmm][INFO] Start way:WARM\n" +
-                             "[SSS.mmm][INFO] File: " + path + "\n" + kOpen +
-                             "[SSS.mmm] Start cmd:" + nmea("$RESET,0,h01") +
+    EXPECT_EQ(out_of(r), head() + "[SSS.mmm][INFO] Start way:WARM\n" + "[SSS.mmm][INFO] File: " +
+                             path + "\n" + kOpen + "[SSS.mmm] Start cmd:" + nmea("$RESET,0,h01") +
                              "[SSS.mmm][INFO] DW2207B Send StartWay ret: 0x107\n" +
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x107]\n");
     EXPECT_EQ(r.status, 0x17);
@@ -661,7 +669,8 @@ TEST_F(Dw2207bE2E, ChattyHealthyReceiverIsUnderstood) {
     start(f);
     ToolRun r = run_tool(args({"-sHOT", "-l31.5,121.25,10,5"}));
     SimRecord rec = finish();
-    EXPECT_EQ(rec.sentences, (std::vector<std::string>{nmea("$RESET,0,h00"),
-                                                        nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
+    EXPECT_EQ(rec.sentences,
+              (std::vector<std::string>{nmea("$RESET,0,h00"),
+                                        nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
     EXPECT_EQ(r.status, 0);
 }

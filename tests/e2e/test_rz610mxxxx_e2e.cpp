@@ -49,8 +49,8 @@ std::string success(const std::string &body) {
 TEST_F(Rz610E2E, OnlineInjectionLogsEveryOption) {
     start();
     EpoFile f = make_epo(dir(), epo_cfg(EpoGenKind::VelpoGps, 1));
-    ToolRun r = run_tool(args("online", {"-sHOT", "-u0,2026-01-08-09:59:17,18,10",
-                                         "-l31.5,121.25,10,5", "-f" + f.path}));
+    ToolRun r = run_tool(args(
+        "online", {"-sHOT", "-u0,2026-01-08-09:59:17,18,10", "-l31.5,121.25,10,5", "-f" + f.path}));
     SimRecord rec = finish();
 
     const std::string hot = nmea_sentence("$PVNKHOT");
@@ -71,30 +71,30 @@ TEST_F(Rz610E2E, OnlineInjectionLogsEveryOption) {
     EXPECT_EQ(rec.prn_errors, 0u);
 
     std::string echoed;
-    EXPECT_EQ(out_of(r, &echoed),
-              std::string(kBanner) + "[SSS.mmm][INFO] enter RZ610MXXXX AgnssOnline\n" +
-                  option('m', "RZ610MXXXX") + "[SSS.mmm][INFO] Module: RZ610MXXXX\n" +
-                  option('o', "online") + option('p', port_) + "[SSS.mmm][INFO] Port: " + port_ +
-                  "\n" + option('b', "115200") + "[SSS.mmm][INFO] Baud rate:115200\n" +
-                  option('s', "HOT") + "[SSS.mmm][INFO] Start way:HOT\n" +
-                  option('u', "0,2026-01-08-09:59:17,18,10") +
-                  "[SSS.mmm][INFO] time data:0,2026-01-08-09:59:17,18,10\n" +
-                  "[SSS.mmm][INFO] Time Enable:1,Mode:0,Time:2026-01-08-09:59:17, LeapSec:18, "
-                  "Accuracy:10\n" +
-                  option('l', "31.5,121.25,10,5") + "[SSS.mmm][INFO] Ref position:31.5,121.25,10,5\n" +
-                  "[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,Accuracy:5\n" +
-                  option('f', f.path) + "[SSS.mmm][INFO] all file: " + f.path + "\n" +
-                  "[SSS.mmm] Only one epo file need to inject\n" + "[SSS.mmm] index:1,file:" +
-                  f.path + "\n" + kOpen + "[SSS.mmm][INFO] send cmd:" + hot + "\n" +
-                  "[SSS.mmm][INFO] RZ610MXXXX Send StartWay ret: 0x0\n" +
-                  "[SSS.mmm][INFO] send cmd: " + time + "\n" + success("$PVNKAIDTIME,OK") +
-                  "[SSS.mmm][INFO] RZ610MXXXX Send Time ret: 0x0\n" +
-                  "[SSS.mmm][DEBUG] lat: 31.500000,lon: 121.250000,altitude:10.000000\n" +
-                  "[SSS.mmm][INFO] send cmd: " + pos + "\n" + success("$PVNKAIDPOS,OK") +
-                  "[SSS.mmm][INFO] RZ610MXXXX Send Pos ret: 0x0\n" + decode_block(f) +
-                  "[SSS.mmm][INFO] Sending VELPO_GPS.DAT to module ...\n" + epo_progress(0, 1) +
-                  record_lines + "[SSS.mmm][INFO] send VELPO_GPS.DAT OK\n" +
-                  "[SSS.mmm][INFO] RZ610MXXXX Send EphData [1] times, ret: 0x0\n" + kSuccess);
+    EXPECT_EQ(
+        out_of(r, &echoed),
+        std::string(kBanner) + "[SSS.mmm][INFO] enter RZ610MXXXX AgnssOnline\n" +
+            option('m', "RZ610MXXXX") + "[SSS.mmm][INFO] Module: RZ610MXXXX\n" +
+            option('o', "online") + option('p', port_) + "[SSS.mmm][INFO] Port: " + port_ + "\n" +
+            option('b', "115200") + "[SSS.mmm][INFO] Baud rate:115200\n" + option('s', "HOT") +
+            "[SSS.mmm][INFO] Start way:HOT\n" + option('u', "0,2026-01-08-09:59:17,18,10") +
+            "[SSS.mmm][INFO] time data:0,2026-01-08-09:59:17,18,10\n" +
+            "[SSS.mmm][INFO] Time Enable:1,Mode:0,Time:2026-01-08-09:59:17, LeapSec:18, "
+            "Accuracy:10\n" +
+            option('l', "31.5,121.25,10,5") + "[SSS.mmm][INFO] Ref position:31.5,121.25,10,5\n" +
+            "[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,Accuracy:5\n" +
+            option('f', f.path) + "[SSS.mmm][INFO] all file: " + f.path + "\n" +
+            "[SSS.mmm] Only one epo file need to inject\n" + "[SSS.mmm] index:1,file:" + f.path +
+            "\n" + kOpen + "[SSS.mmm][INFO] send cmd:" + hot + "\n" +
+            "[SSS.mmm][INFO] RZ610MXXXX Send StartWay ret: 0x0\n" +
+            "[SSS.mmm][INFO] send cmd: " + time + "\n" + success("$PVNKAIDTIME,OK") +
+            "[SSS.mmm][INFO] RZ610MXXXX Send Time ret: 0x0\n" +
+            "[SSS.mmm][DEBUG] lat: 31.500000,lon: 121.250000,altitude:10.000000\n" +
+            "[SSS.mmm][INFO] send cmd: " + pos + "\n" + success("$PVNKAIDPOS,OK") +
+            "[SSS.mmm][INFO] RZ610MXXXX Send Pos ret: 0x0\n" + decode_block(f) +
+            "[SSS.mmm][INFO] Sending VELPO_GPS.DAT to module ...\n" + epo_progress(0, 1) +
+            record_lines + "[SSS.mmm][INFO] send VELPO_GPS.DAT OK\n" +
+            "[SSS.mmm][INFO] RZ610MXXXX Send EphData [1] times, ret: 0x0\n" + kSuccess);
     EXPECT_NE(echoed.find("GGA"), std::string::npos);  // the restart shows as position output
     EXPECT_EQ(r.status, 0);
 }
@@ -106,7 +106,8 @@ TEST_F(Rz610E2E, TimeFromTheComputerClockHasNoLeapSecondsAndAnEmptyEleventhField
     ASSERT_EQ(rec.sentences.size(), 1u);
     EXPECT_TRUE(std::regex_match(
         rec.sentences[0],
-        std::regex(R"(\$PVNKAIDTIME,1,-1,20\d\d,\d{1,2},\d{1,2},\d{1,2},\d{1,2},\d{1,2},0,,0\*[0-9A-F]{2}\r\n)")))
+        std::regex(
+            R"(\$PVNKAIDTIME,1,-1,20\d\d,\d{1,2},\d{1,2},\d{1,2},\d{1,2},\d{1,2},0,,0\*[0-9A-F]{2}\r\n)")))
         << rec.sentences[0];
     EXPECT_EQ(rec.bad_checksums, 0u);
     EXPECT_EQ(r.status, 0);
@@ -160,7 +161,8 @@ TEST_F(Rz610E2E, OnlineGpsGlonassFileSendsTwoHalvesWithTheirModes) {
     ASSERT_EQ(rec.sentences.size(), 56u);
     EXPECT_EQ(rec.sentences[0], pvnk_epo(1, records[0][3], records[0]));
     EXPECT_EQ(rec.sentences[32], pvnk_epo(2, records[32][3] - 64, records[32]));
-    EXPECT_EQ(rec.epo_records, std::vector<std::vector<uint8_t>>(records.begin(), records.begin() + 56));
+    EXPECT_EQ(rec.epo_records,
+              std::vector<std::vector<uint8_t>>(records.begin(), records.begin() + 56));
     EXPECT_EQ(rec.prn_errors, 0u);
     EXPECT_EQ(r.status, 0);
 }
@@ -201,8 +203,9 @@ TEST_F(Rz610E2E, OfflineGalileoFileNamedForZeroDays) {
     EXPECT_EQ(rec.epo_records, records_of(f.bytes, 72));
     std::string out = out_of(r);
     EXPECT_NE(out.find("[SSS.mmm] EPO type:2,day count:0\n"), std::string::npos);
-    EXPECT_NE(out.find("[SSS.mmm][INFO] RZ610MXXXX Send EphFile ret: 0x0\n" + std::string(kSuccess)),
-              std::string::npos);
+    EXPECT_NE(
+        out.find("[SSS.mmm][INFO] RZ610MXXXX Send EphFile ret: 0x0\n" + std::string(kSuccess)),
+        std::string::npos);
     EXPECT_EQ(r.status, 0);
 }
 
@@ -226,8 +229,8 @@ TEST_F(Rz610E2E, OfflineEntryKeepsNineCharactersOfTheModuleAndWordsTimeErrorsAsL
     port_ = "COM3";
     ToolRun r = run_tool(args("offline", {"-u0,1"}));
     EXPECT_EQ(out_of(r), std::string(kBanner) + "[SSS.mmm][INFO] enter RZ610MXXXX Agnss Offline\n" +
-                             "[SSS.mmm][INFO] Module: RZ610MXXX\n" + "[SSS.mmm][INFO] Port: COM3\n" +
-                             "[SSS.mmm][INFO] Baud rate:115200\n" +
+                             "[SSS.mmm][INFO] Module: RZ610MXXX\n" +
+                             "[SSS.mmm][INFO] Port: COM3\n" + "[SSS.mmm][INFO] Baud rate:115200\n" +
                              "[SSS.mmm][INFO] time data:0,1\n" +
                              "[SSS.mmm][ERROR] Invalid location format, comma count: 1\n" +
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n");
@@ -250,10 +253,11 @@ TEST_F(Rz610E2E, EmptyFieldsAreCaughtAsMissingFields) {
 
 TEST_F(Rz610E2E, OnlineUsageError) {
     ToolRun r = run_tool({"-m", "RZ610MXXXX", "-o", "online", "-b", "9600"});
-    EXPECT_NE(out_of(r).find("[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as -m "
-                             "RZ610Mxxxx -f firmware -p COM1 -b 115200, FAIL\n"
-                             "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n"),
-              std::string::npos);
+    EXPECT_NE(
+        out_of(r).find("[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as -m "
+                       "RZ610Mxxxx -f firmware -p COM1 -b 115200, FAIL\n"
+                       "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n"),
+        std::string::npos);
     EXPECT_EQ(r.status, 18);
 }
 

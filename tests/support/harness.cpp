@@ -102,7 +102,8 @@ void write_file(const std::string &path, const std::string &text) {
 
 std::vector<uint8_t> read_file(const std::string &path) {
     std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(f),
+                                std::istreambuf_iterator<char>());
 }
 
 std::string strip_echoes(const std::string &masked, std::string *echoed) {

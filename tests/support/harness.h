@@ -6,9 +6,9 @@
 #include <vector>
 
 struct ToolRun {
-    std::string out;   // standard output
-    std::string err;   // standard error
-    int status = -1;   // exit status (or 128 + signal)
+    std::string out;  // standard output
+    std::string err;  // standard error
+    int status = -1;  // exit status (or 128 + signal)
 };
 
 // Runs the program at path with args (argv[0] is added) and waits for it.
@@ -16,7 +16,9 @@ ToolRun run_program(const char *path, const std::vector<std::string> &args);
 
 #ifdef VKAGNSS_BIN
 // Runs the vkagnss binary of this build.
-inline ToolRun run_tool(const std::vector<std::string> &args) { return run_program(VKAGNSS_BIN, args); }
+inline ToolRun run_tool(const std::vector<std::string> &args) {
+    return run_program(VKAGNSS_BIN, args);
+}
 #endif
 
 // Replaces every "[ddd.ddd]" stamp by "[SSS.mmm]", every "[<ms clock>] " of

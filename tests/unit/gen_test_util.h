@@ -16,7 +16,8 @@ namespace gen_test {
 // The whole file; empty when it cannot be read.
 inline std::vector<uint8_t> read_file(const std::string &path) {
     std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)),
+                                std::istreambuf_iterator<char>());
 }
 
 inline bool is_file(const std::string &path) {

@@ -66,7 +66,8 @@ inline bool write_all(int fd, const Bytes &b) { return write_all(fd, b.data(), b
 
 // Reads until `want` bytes came or max_ms passed; *chunks gets what each read
 // call that brought data returned.
-inline std::string read_n(int fd, size_t want, int max_ms, std::vector<std::string> *chunks = nullptr) {
+inline std::string read_n(int fd, size_t want, int max_ms,
+                          std::vector<std::string> *chunks = nullptr) {
     std::string out;
     auto end = Clock::now() + std::chrono::milliseconds(max_ms);
     while (out.size() < want && Clock::now() < end) {
@@ -87,7 +88,9 @@ inline std::string read_until(int fd, const std::string &tail, int max_ms) {
     std::string out;
     auto end = Clock::now() + std::chrono::milliseconds(max_ms);
     while (Clock::now() < end) {
-        if (out.size() >= tail.size() && out.compare(out.size() - tail.size(), tail.size(), tail) == 0) break;
+        if (out.size() >= tail.size() &&
+            out.compare(out.size() - tail.size(), tail.size(), tail) == 0)
+            break;
         out += read_n(fd, 1, 50);
     }
     return out;
@@ -158,15 +161,15 @@ inline Fed feed_model(const std::string &platform, const Bytes &in) {
 }  // namespace sim_test
 
 // The rig's own checks need a working sim; stop the test early otherwise.
-#define REQUIRE_RIG(rig) \
-    do { \
+#define REQUIRE_RIG(rig)               \
+    do {                               \
         ASSERT_NE((rig).sim, nullptr); \
-        ASSERT_GE((rig).port, 0); \
+        ASSERT_GE((rig).port, 0);      \
     } while (0)
 
 // Sends cmd and expects exactly `want` back.
-#define EXPECT_ANSWER(rig, cmd, want) \
-    do { \
-        const std::string want_ = (want); \
+#define EXPECT_ANSWER(rig, cmd, want)                     \
+    do {                                                  \
+        const std::string want_ = (want);                 \
         EXPECT_EQ((rig).ask((cmd), want_.size()), want_); \
     } while (0)

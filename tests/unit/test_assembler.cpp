@@ -25,9 +25,7 @@ std::vector<uint32_t> feed(AsmFn fn, const std::vector<uint8_t> &in, uint8_t *bu
     return out;
 }
 
-std::vector<uint8_t> text(const std::string &s) {
-    return std::vector<uint8_t>(s.begin(), s.end());
-}
+std::vector<uint8_t> text(const std::string &s) { return std::vector<uint8_t>(s.begin(), s.end()); }
 
 std::vector<uint32_t> results(std::initializer_list<uint32_t> r) {
     return std::vector<uint32_t>(r);
@@ -45,8 +43,8 @@ uint16_t fletcher(const std::vector<uint8_t> &v, size_t from, size_t to) {
 
 // F1 D9 class id lenL lenH payload A B
 std::vector<uint8_t> nav_frame(uint8_t cls, uint8_t id, const std::vector<uint8_t> &payload) {
-    std::vector<uint8_t> f = {0xF1, 0xD9, cls, id, uint8_t(payload.size() & 0xFF),
-                              uint8_t(payload.size() >> 8)};
+    std::vector<uint8_t> f = {
+        0xF1, 0xD9, cls, id, uint8_t(payload.size() & 0xFF), uint8_t(payload.size() >> 8)};
     for (uint8_t b : payload) f.push_back(b);
     uint16_t c = fletcher(f, 2, f.size());
     f.push_back(uint8_t(c & 0xFF));
@@ -158,8 +156,7 @@ TEST_F(NmeaAssembler, LfAndDollarInsideTheBodyAreStored) {
 
 TEST_F(NmeaAssembler, BlankIsRefusedWithMessage) {
     uint32_t len = 0;
-    ASSERT_EQ(feed(Vk_NMEA_CMD_Composite, text("$AB"), text_buf_.data(), &len),
-              results({0, 0, 0}));
+    ASSERT_EQ(feed(Vk_NMEA_CMD_Composite, text("$AB"), text_buf_.data(), &len), results({0, 0, 0}));
     len = 55;
     testing::internal::CaptureStdout();
     uint32_t r = Vk_NMEA_CMD_Composite(' ', text_buf_.data(), &len);
@@ -382,8 +379,7 @@ TEST_F(NavEphAssembler, FrameStartsAtSecondSyncEmptyPayload) {
     EXPECT_EQ(f[5], 0x01);
     EXPECT_EQ(f[6], 0x03);
     uint32_t len = 0;
-    EXPECT_EQ(feed(Vk_NAV_EPH_Composite, f, bin_buf_.data(), &len),
-              results({0, 0, 0, 0, 0, 0, 3}));
+    EXPECT_EQ(feed(Vk_NAV_EPH_Composite, f, bin_buf_.data(), &len), results({0, 0, 0, 0, 0, 0, 3}));
     EXPECT_EQ(len, 7u);
     EXPECT_EQ(std::vector<uint8_t>(bin_buf_.begin(), bin_buf_.begin() + 7), f);
 }

@@ -12,9 +12,7 @@
 
 namespace {
 
-const uint8_t *bytes(const char *s) {
-    return reinterpret_cast<const uint8_t *>(s);
-}
+const uint8_t *bytes(const char *s) { return reinterpret_cast<const uint8_t *>(s); }
 
 // Bit-at-a-time reference CRCs, written from the polynomials alone, to check
 // the table-driven versions over arbitrary data.
@@ -79,9 +77,7 @@ TEST(NmeaChecksum, FirstCharacterIsNotCounted) {
     EXPECT_EQ(Vk_NMEA_Support_Checksum("$AB"), 'A' ^ 'B');
 }
 
-TEST(NmeaChecksum, DollarAloneIsZero) {
-    EXPECT_EQ(Vk_NMEA_Support_Checksum("$"), 0);
-}
+TEST(NmeaChecksum, DollarAloneIsZero) { EXPECT_EQ(Vk_NMEA_Support_Checksum("$"), 0); }
 
 TEST(NmeaChecksum, EmptyTextDoesNotWrapTheSpan) {
     // An empty text has no characters after '$'; it must not read past its end.
@@ -187,9 +183,7 @@ TEST(TwoSum, VarnokMatchesCrc16Name) {
 
 // ---- CRC-24Q -------------------------------------------------------------------
 
-TEST(Crc24q, CheckValue) {
-    EXPECT_EQ(Vk_Check_CRC24Q(0, bytes("123456789"), 9), 0xCDE703u);
-}
+TEST(Crc24q, CheckValue) { EXPECT_EQ(Vk_Check_CRC24Q(0, bytes("123456789"), 9), 0xCDE703u); }
 
 TEST(Crc24q, SeedIsIgnored) {
     const uint32_t expected = Vk_Check_CRC24Q(0, bytes("123456789"), 9);
@@ -224,18 +218,14 @@ TEST(Crc24q, AppendingTheCrcGivesZero) {
 
 // ---- CRC-16/XMODEM -----------------------------------------------------------------
 
-TEST(Crc16Xmodem, CheckValue) {
-    EXPECT_EQ(Vk_CRC16_Calc(bytes("123456789"), 9), 0x31C3);
-}
+TEST(Crc16Xmodem, CheckValue) { EXPECT_EQ(Vk_CRC16_Calc(bytes("123456789"), 9), 0x31C3); }
 
 TEST(Crc16Xmodem, TableEntryOne) {
     const uint8_t one = 0x01;
     EXPECT_EQ(Vk_CRC16_Calc(&one, 1), 0x1021);
 }
 
-TEST(Crc16Xmodem, EmptyIsZero) {
-    EXPECT_EQ(Vk_CRC16_Calc(bytes("abc"), 0), 0);
-}
+TEST(Crc16Xmodem, EmptyIsZero) { EXPECT_EQ(Vk_CRC16_Calc(bytes("abc"), 0), 0); }
 
 TEST(Crc16Xmodem, LengthIsTakenAsSigned) {
     // A length of 2^31 or more is negative as a signed count: nothing is read.
@@ -247,15 +237,14 @@ TEST(Crc16Xmodem, LengthIsTakenAsSigned) {
 TEST(Crc16Xmodem, MatchesBitwiseReference) {
     for (uint32_t seed = 1; seed <= 30; ++seed) {
         auto v = random_bytes(seed + 100, seed * 11);
-        EXPECT_EQ(Vk_CRC16_Calc(v.data(), uint32_t(v.size())), ref_crc16_xmodem(v.data(), v.size()));
+        EXPECT_EQ(Vk_CRC16_Calc(v.data(), uint32_t(v.size())),
+                  ref_crc16_xmodem(v.data(), v.size()));
     }
 }
 
 // ---- CRC-32 ------------------------------------------------------------------------
 
-TEST(Crc32, CheckValue) {
-    EXPECT_EQ(Vk_Check_CRC32(0, bytes("123456789"), 9), 0xCBF43926u);
-}
+TEST(Crc32, CheckValue) { EXPECT_EQ(Vk_Check_CRC32(0, bytes("123456789"), 9), 0xCBF43926u); }
 
 TEST(Crc32, TableEntryOne) {
     // With initial all ones the register starts at 0, so byte 0x01 picks
@@ -282,6 +271,7 @@ TEST(Crc32, NullIsZeroEmptyKeepsInitial) {
 TEST(Crc32, MatchesBitwiseReference) {
     for (uint32_t seed = 1; seed <= 30; ++seed) {
         auto v = random_bytes(seed + 200, seed * 17);
-        EXPECT_EQ(Vk_Check_CRC32(0, v.data(), uint32_t(v.size())), ref_crc32(0, v.data(), v.size()));
+        EXPECT_EQ(Vk_Check_CRC32(0, v.data(), uint32_t(v.size())),
+                  ref_crc32(0, v.data(), v.size()));
     }
 }

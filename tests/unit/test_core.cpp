@@ -28,8 +28,17 @@ struct Args {
     char **argv() { return ptrs.data(); }
 };
 
-const VkOptionRules kCommon = {"m:o:p:b:f::b:s::u::l::R:T:", nullptr, 0, 0, nullptr, nullptr,
-                               nullptr, false, false, false, false};
+const VkOptionRules kCommon = {"m:o:p:b:f::b:s::u::l::R:T:",
+                               nullptr,
+                               0,
+                               0,
+                               nullptr,
+                               nullptr,
+                               nullptr,
+                               false,
+                               false,
+                               false,
+                               false};
 
 }  // namespace
 
@@ -117,8 +126,9 @@ TEST(Log, LineIsStampedAndKeepsItsOwnEnding) {
     vk_log("[INFO] Baud rate:%d\n", 115200);
     vk_log("[PROGRESS] %.2f%%\r\n", 12.5);
     vk_log(" RECV ACK ok\n");
-    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
-              "[SSS.mmm][INFO] Baud rate:115200\n[SSS.mmm][PROGRESS] 12.50%\r\n[SSS.mmm] RECV ACK ok\n");
+    EXPECT_EQ(
+        mask_stamps(testing::internal::GetCapturedStdout()),
+        "[SSS.mmm][INFO] Baud rate:115200\n[SSS.mmm][PROGRESS] 12.50%\r\n[SSS.mmm] RECV ACK ok\n");
 }
 
 // --- exit status ------------------------------------------------------------
@@ -216,13 +226,15 @@ TEST(Options, StartWayNamesIgnoreCaseButNotLength) {
     EXPECT_EQ(vk_parse_start_way("CO", &kCommon), -1);
     EXPECT_EQ(vk_parse_start_way("FULLCOLD", &kCommon), -1);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
-    EXPECT_NE(out.find("[SSS.mmm][ERROR] Invalid start way:COLDX\n[SSS.mmm][INFO] Start way:COLDX\n"),
-              std::string::npos);
+    EXPECT_NE(
+        out.find("[SSS.mmm][ERROR] Invalid start way:COLDX\n[SSS.mmm][INFO] Start way:COLDX\n"),
+        std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][INFO] Start way:cold\n"), std::string::npos);
 }
 
 TEST(Options, BackendStartWayTable) {
-    const VkStartWayName names[] = {{"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}, {"FULLCOLD", 3}};
+    const VkStartWayName names[] = {
+        {"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}, {"FULLCOLD", 3}};
     VkOptionRules rules = kCommon;
     rules.start_ways = names;
     rules.start_way_count = 5;
@@ -267,9 +279,10 @@ TEST(Options, LocationWithEmptyFieldIsRefusedByTheDoubleCommaRule) {
     VkPosAid pos{};
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_location("31.5,,10,5", &kCommon, &pos), 0x102u);
-    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
-              "[SSS.mmm][INFO] Ref position:31.5,,10,5\n"
-              "[SSS.mmm][ERROR] Invalid location format, exist \",,\",missing at least one field\n");
+    EXPECT_EQ(
+        mask_stamps(testing::internal::GetCapturedStdout()),
+        "[SSS.mmm][INFO] Ref position:31.5,,10,5\n"
+        "[SSS.mmm][ERROR] Invalid location format, exist \",,\",missing at least one field\n");
 }
 
 TEST(Options, LocationMissingLastField) {
@@ -367,8 +380,8 @@ TEST(Options, TimeLengthLimit) {
 }
 
 TEST(Options, FullParseAndChecks) {
-    Args a({"-m", "DW2207B", "-o", "online", "-p", "COM3", "-b", "115200", "-sWARM",
-            "-fa.rtcm3", "-u1,x,0,0", "-l1,2,3,4", "-R", "1", "-T", "0"});
+    Args a({"-m", "DW2207B", "-o", "online", "-p", "COM3", "-b", "115200", "-sWARM", "-fa.rtcm3",
+            "-u1,x,0,0", "-l1,2,3,4", "-R", "1", "-T", "0"});
     VkOptions o;
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_options(a.argc(), a.argv(), &kCommon, &o), 0u);

@@ -40,8 +40,8 @@ struct TempFile {
     }
 };
 
-std::vector<uint8_t> gen(EpoGenKind kind, int segments = 0, EpoGenDamage damage = EpoGenDamage::None,
-                         int64_t value = -1) {
+std::vector<uint8_t> gen(EpoGenKind kind, int segments = 0,
+                         EpoGenDamage damage = EpoGenDamage::None, int64_t value = -1) {
     EpoGenConfig cfg;
     cfg.kind = kind;
     cfg.segments = segments;
@@ -111,13 +111,13 @@ TEST(EpoNames, Rz610OfflineNames) {
         const char *name;
         int32_t type, days;
     };
-    const Case cases[] = {{"EPO_GPS_3_1.DAT", 0, 3},      {"ELPO_GPS_3.DAT", 0, 3},
-                          {"EPO_BDS_3.DAT", 3, 3},        {"ELPO_BDS_3.DAT", 3, 3},
-                          {"EPO_GR_3_1.DAT", 1, 3},       {"ELPO_GR3_1.DAT", 1, 3},
-                          {"EPO_GAL_7.DAT", 2, 7},        {"ELPO_GAL_3.DAT", 2, 0},
-                          {"ELPO_GLO_3.DAT", 4, 3},       {"ELPO_GPS_07days.DAT", 0, 7},
-                          {"ELPO_GLO_07days.DAT", 4, 7},  {"ELPO_GAL_07days.DAT", 2, 7},
-                          {"ELPO_BD_07days.DAT", 3, 7},   {"ELPO_QZSS_3.DAT", 5, 3},
+    const Case cases[] = {{"EPO_GPS_3_1.DAT", 0, 3},     {"ELPO_GPS_3.DAT", 0, 3},
+                          {"EPO_BDS_3.DAT", 3, 3},       {"ELPO_BDS_3.DAT", 3, 3},
+                          {"EPO_GR_3_1.DAT", 1, 3},      {"ELPO_GR3_1.DAT", 1, 3},
+                          {"EPO_GAL_7.DAT", 2, 7},       {"ELPO_GAL_3.DAT", 2, 0},
+                          {"ELPO_GLO_3.DAT", 4, 3},      {"ELPO_GPS_07days.DAT", 0, 7},
+                          {"ELPO_GLO_07days.DAT", 4, 7}, {"ELPO_GAL_07days.DAT", 2, 7},
+                          {"ELPO_BD_07days.DAT", 3, 7},  {"ELPO_QZSS_3.DAT", 5, 3},
                           {"ELPO_QZSS_07days.DAT", 5, 7}};
     testing::internal::CaptureStdout();
     for (const Case &c : cases) {
@@ -132,15 +132,16 @@ TEST(EpoNames, Rz610OfflineNames) {
 
 TEST(EpoNames, Rz610OnlineNames) {
     const std::pair<const char *, int32_t> cases[] = {
-        {"VGPS.DAT", 0},       {"VBD2.DAT", 3},       {"VGA.DAT", 2},        {"VG_R.DAT", 1},
-        {"VELPO_GPS.DAT", 10}, {"VELPO_GLO.DAT", 11}, {"VELPO_GAL.DAT", 12}, {"VELPO_BDS.DAT", 13},
+        {"VGPS.DAT", 0},        {"VBD2.DAT", 3},       {"VGA.DAT", 2},        {"VG_R.DAT", 1},
+        {"VELPO_GPS.DAT", 10},  {"VELPO_GLO.DAT", 11}, {"VELPO_GAL.DAT", 12}, {"VELPO_BDS.DAT", 13},
         {"VELPO_QZSS.DAT", 14}, {"VELPO_GR.DAT", 15}};
-    for (const auto &c : cases) EXPECT_EQ(RZ610MXXXX_GetOnlineEphType(c.first), c.second) << c.first;
+    for (const auto &c : cases)
+        EXPECT_EQ(RZ610MXXXX_GetOnlineEphType(c.first), c.second) << c.first;
 }
 
 TEST(EpoNames, ModesFromTables) {
     for (int t = 0; t < 4; ++t) EXPECT_EQ(AG33XX_GetEpoModeFromTable(t), t);
-    const int32_t rz[][2] = {{0, 1}, {1, 3}, {2, 3}, {3, 4}, {10, 1}, {11, 2},
+    const int32_t rz[][2] = {{0, 1},  {1, 3},  {2, 3},  {3, 4},  {10, 1}, {11, 2},
                              {12, 3}, {13, 4}, {14, 5}, {15, 3}, {-1, 0}};
     for (const auto &r : rz) EXPECT_EQ(RZ610MXXXX_GetEpoModeFromTable(r[0]), r[1]);
     testing::internal::CaptureStdout();
@@ -219,10 +220,10 @@ TEST(EpoPrn, ByModeOnTheSecondPlatform) {
 
 TEST(EpoPrn, HeaderListInAscendingOrder) {
     uint8_t header[72] = {0};
-    header[4] = 0x05;         // satellites 1 and 3
-    header[7] = 0x80;         // satellite 32
-    header[16] = 0x01;        // satellite 33
-    header[19] = 0x80;        // satellite 64
+    header[4] = 0x05;   // satellites 1 and 3
+    header[7] = 0x80;   // satellite 32
+    header[16] = 0x01;  // satellite 33
+    header[19] = 0x80;  // satellite 64
     char hex[145];
     Vk_HexGroupToString(hex, header, 72);
     uint8_t list[64] = {0};
@@ -244,13 +245,14 @@ TEST(EpoDecode, GpsFile) {
     EXPECT_FLOAT_EQ(info.valid_days, 3.0f);
     EXPECT_EQ(info.start_time, uint64_t(EPO_DEFAULT_START_HOUR) * 3600);
     EXPECT_EQ(info.end_time, info.start_time + 12 * 21600);
-    EXPECT_NE(out.find("[SSS.mmm][DEBUG] [EPO INFO] Type: GPS ONLY\r\n"
-                       "[SSS.mmm][DEBUG] [EPO INFO] File Size: 27648\r\n"
-                       "[SSS.mmm][DEBUG] [EPO INFO] Segment: 12\r\n"
-                       "[SSS.mmm][DEBUG] [EPO INFO] Valid Days: 3.00\r\n"
-                       "[SSS.mmm][DEBUG] [EPO INFO] GPST: (Week 2400 Tow 0)~(Week 2400 Tow 259200)\r\n"
-                       "[SSS.mmm][DEBUG] [EPO INFO] UTC: (2026-01-04 00:00:00)~(2026-01-07 00:00:00)\n"),
-              std::string::npos)
+    EXPECT_NE(
+        out.find("[SSS.mmm][DEBUG] [EPO INFO] Type: GPS ONLY\r\n"
+                 "[SSS.mmm][DEBUG] [EPO INFO] File Size: 27648\r\n"
+                 "[SSS.mmm][DEBUG] [EPO INFO] Segment: 12\r\n"
+                 "[SSS.mmm][DEBUG] [EPO INFO] Valid Days: 3.00\r\n"
+                 "[SSS.mmm][DEBUG] [EPO INFO] GPST: (Week 2400 Tow 0)~(Week 2400 Tow 259200)\r\n"
+                 "[SSS.mmm][DEBUG] [EPO INFO] UTC: (2026-01-04 00:00:00)~(2026-01-07 00:00:00)\n"),
+        std::string::npos)
         << out;
     EXPECT_EQ(out.find("[SSS.mmm][DEBUG] Get epo info from file, Path: "), 0u);
 }
@@ -383,7 +385,8 @@ TEST(EpoDecode, RealGpsFileWhenPresent) {
     EXPECT_EQ(info.type, 0);
     EXPECT_EQ(info.file_size, 27648u);
     EXPECT_EQ(info.segment_count, 12u);
-    EXPECT_NE(out.find("UTC: (2020-07-13 00:00:00)~(2020-07-16 00:00:00)\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("UTC: (2020-07-13 00:00:00)~(2020-07-16 00:00:00)\n"), std::string::npos)
+        << out;
 }
 
 // --- framing -----------------------------------------------------------------------
@@ -462,7 +465,8 @@ TEST(EpoAck, WeakChecksumComparison) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PAIR590"), 514u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
-    EXPECT_NE(out.find("[SSS.mmm][ERROR] checksum_fix: 99,checksum_cacu:"), std::string::npos) << out;
+    EXPECT_NE(out.find("[SSS.mmm][ERROR] checksum_fix: 99,checksum_cacu:"), std::string::npos)
+        << out;
 }
 
 TEST(EpoAck, Rz610Acknowledgement) {
@@ -470,13 +474,16 @@ TEST(EpoAck, Rz610Acknowledgement) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(ok.c_str(), uint32_t(ok.size()), "$PVNKAIDTIME"), 0u);
     std::string fail = sentence("$PVNKAIDTIME,FAIL");
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(fail.c_str(), uint32_t(fail.size()), "$PVNKAIDTIME"), 272u);
+    EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(fail.c_str(), uint32_t(fail.size()), "$PVNKAIDTIME"),
+              272u);
     std::string bad = "$PVNKAIDTIME,OK*00\r\n";
     EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PVNKAIDTIME"), 272u);
     EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(ok.c_str(), uint32_t(ok.size()), "$PVNKAIDPOS"), 512u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
-    EXPECT_NE(out.find("[SSS.mmm][DEBUG] command execution success: $PVNKAIDTIME,OK\n"), std::string::npos);
-    EXPECT_NE(out.find("[SSS.mmm][ERROR] coammand execution failed: $PVNKAIDTIME,FAIL\n"), std::string::npos);
+    EXPECT_NE(out.find("[SSS.mmm][DEBUG] command execution success: $PVNKAIDTIME,OK\n"),
+              std::string::npos);
+    EXPECT_NE(out.find("[SSS.mmm][ERROR] coammand execution failed: $PVNKAIDTIME,FAIL\n"),
+              std::string::npos);
     EXPECT_NE(out.find("[SSS.mmm][ERROR] checksum_fix: 0,checksum_cacu:"), std::string::npos);
 }
 

@@ -12,9 +12,9 @@
 
 namespace {
 
-using gen_test::read_file;
 using gen_test::is_file;
 using gen_test::make_temp_file;
+using gen_test::read_file;
 
 constexpr uint32_t R = 72;  // record size, written out here on purpose
 
@@ -58,22 +58,26 @@ Decoded decode(const std::vector<uint8_t> &b) {
     if (b.size() < 2 * R) return d;
     d.hour = hour_at(b, 1);
     const int s = svid_at(b, 1);
-    if (s >= 1 && s <= 32) d.type = 0;
-    else if (s >= 101 && s <= 136) d.type = 2;
-    else if ((s >= 201 && s <= 254) || (s >= 190 && s <= 198)) d.type = 3;
-    else return d;
+    if (s >= 1 && s <= 32)
+        d.type = 0;
+    else if (s >= 101 && s <= 136)
+        d.type = 2;
+    else if ((s >= 201 && s <= 254) || (s >= 190 && s <= 198))
+        d.type = 3;
+    else
+        return d;
     if (d.type == 0 && b.size() % 4032 == 0) {
         const int g = svid_at(b, 32);
         if (g >= 65 && g <= 88) d.type = 1;
     }
     switch (d.type) {
-    case 0: d.segments = uint32_t(b.size() / 2304); break;
-    case 1: d.segments = uint32_t(b.size() / 4032); break;
-    default: {
-        const int n = popcount32(u32_at(b, 4)) + popcount32(u32_at(b, 16));
-        if (n > 0) d.segments = uint32_t((b.size() - R) / (uint64_t(n) * R));
-        break;
-    }
+        case 0: d.segments = uint32_t(b.size() / 2304); break;
+        case 1: d.segments = uint32_t(b.size() / 4032); break;
+        default: {
+            const int n = popcount32(u32_at(b, 4)) + popcount32(u32_at(b, 16));
+            if (n > 0) d.segments = uint32_t((b.size() - R) / (uint64_t(n) * R));
+            break;
+        }
     }
     return d;
 }
@@ -81,11 +85,11 @@ Decoded decode(const std::vector<uint8_t> &b) {
 // Satellite number of a record's SVID by file type, written out here.
 int prn_of(int type, int s) {
     switch (type) {
-    case 0: return s;
-    case 1: return s - 64;
-    case 2: return s == 255 ? 255 : s - 100;
-    case 3: return s == 255 ? 255 : (s < 200 ? s - 135 : s - 200);
-    default: return 0;
+        case 0: return s;
+        case 1: return s - 64;
+        case 2: return s == 255 ? 255 : s - 100;
+        case 3: return s == 255 ? 255 : (s < 200 ? s - 135 : s - 200);
+        default: return 0;
     }
 }
 
@@ -356,7 +360,8 @@ TEST(EpoGenHeader, DefaultGalileoSet) {
 }
 
 TEST(EpoGenHeader, KindsWithoutAHeaderHaveNoList) {
-    for (EpoGenKind k : {EpoGenKind::Gps, EpoGenKind::Gr, EpoGenKind::ElpoGlo, EpoGenKind::ElpoQzss}) {
+    for (EpoGenKind k :
+         {EpoGenKind::Gps, EpoGenKind::Gr, EpoGenKind::ElpoGlo, EpoGenKind::ElpoQzss}) {
         const EpoGenConfig c = kind_cfg(k);
         EXPECT_TRUE(epogen_header_prns(c).empty());
         EXPECT_EQ(epogen_header_mask(c), 0u);
@@ -373,10 +378,18 @@ TEST(EpoGenDecode, TypesSegmentsAndHours) {
         uint32_t segments;
     };
     const Row rows[] = {
-        {EpoGenKind::Gps, 0, 12},       {EpoGenKind::Gr, 1, 12},        {EpoGenKind::Gal, 2, 28},
-        {EpoGenKind::Bds, 3, 12},       {EpoGenKind::VGps, 0, 12},      {EpoGenKind::VGr, 1, 12},
-        {EpoGenKind::VGal, 2, 12},      {EpoGenKind::VBds, 3, 12},      {EpoGenKind::ElpoGps7, 0, 28},
-        {EpoGenKind::ElpoGal7, 2, 28},  {EpoGenKind::ElpoBd7, 3, 28},   {EpoGenKind::VelpoGr, 1, 12},
+        {EpoGenKind::Gps, 0, 12},
+        {EpoGenKind::Gr, 1, 12},
+        {EpoGenKind::Gal, 2, 28},
+        {EpoGenKind::Bds, 3, 12},
+        {EpoGenKind::VGps, 0, 12},
+        {EpoGenKind::VGr, 1, 12},
+        {EpoGenKind::VGal, 2, 12},
+        {EpoGenKind::VBds, 3, 12},
+        {EpoGenKind::ElpoGps7, 0, 28},
+        {EpoGenKind::ElpoGal7, 2, 28},
+        {EpoGenKind::ElpoBd7, 3, 28},
+        {EpoGenKind::VelpoGr, 1, 12},
         // GLONASS-only files carry no SVID the classification knows.
         {EpoGenKind::ElpoGlo, -1, 0},
         // QZSS SVIDs 193..199 overlap the BeiDou range 190..198.

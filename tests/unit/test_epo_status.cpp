@@ -54,7 +54,8 @@ TEST(EpoStatus, ReceiverHoldingRecordsAnswersTheirCount) {
     AG33XX_SetEpoType(0);
     EXPECT_EQ(AG33XX_QueryEpoDataStatusByNmea(r.port), 0u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
-    EXPECT_NE(out.find("[SSS.mmm][INFO] total number of EPO data sets: 2\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("[SSS.mmm][INFO] total number of EPO data sets: 2\n"), std::string::npos)
+        << out;
 }
 
 TEST(EpoStatus, ReportOfNoDataFollowedBySilenceIsNoReply) {

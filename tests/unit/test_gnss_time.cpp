@@ -43,15 +43,14 @@ constexpr int64_t kWeek2300Unix = 315964800LL + 2300LL * 604800LL;
 
 // ---- week and time of week to Unix seconds ---------------------------------------
 
-TEST(GpsToUtc, EpochIsUnix315964800) {
-    EXPECT_EQ(gps_to_utc(0, 0, 0), 315964800);
-}
+TEST(GpsToUtc, EpochIsUnix315964800) { EXPECT_EQ(gps_to_utc(0, 0, 0), 315964800); }
 
 TEST(GpsToUtc, LeapSecondsMakeEveryResultEarlier) {
     const uint32_t weeks[] = {0, 1, 1024, 2048, 2300};
     const int32_t tows[] = {0, 1, 302400, 604799};
     for (uint32_t w : weeks) {
-        for (int32_t t : tows) EXPECT_EQ(gps_to_utc(w, t, 18), gps_to_utc(w, t, 0) - 18) << w << " " << t;
+        for (int32_t t : tows)
+            EXPECT_EQ(gps_to_utc(w, t, 18), gps_to_utc(w, t, 0) - 18) << w << " " << t;
     }
     EXPECT_EQ(gps_to_utc(0, 0, 18), 315964782);
 }
@@ -257,7 +256,8 @@ TEST(ConvertGpsToUtc, FractionalMillisecondsAreTruncated) {
 TEST(ConvertGpsToUtc, RoundTripWithUtcToGps) {
     LeapTable t = leap_table(18);
     const VkDateTime samples[] = {dt(1999, 8, 21, 23, 59, 47, 0), dt(2017, 1, 1, 0, 0, 0, 1),
-                                  dt(2024, 2, 29, 12, 34, 56, 789), dt(2037, 12, 31, 23, 59, 59, 999)};
+                                  dt(2024, 2, 29, 12, 34, 56, 789),
+                                  dt(2037, 12, 31, 23, 59, 59, 999)};
     for (const VkDateTime &s : samples) {
         uint32_t week = 0;
         double tow = 0.0;

@@ -15,9 +15,9 @@
 
 namespace {
 
-using gen_test::read_file;
 using gen_test::is_dir;
 using gen_test::make_temp_file;
+using gen_test::read_file;
 
 // Bit positions in the payload of the fields the readers use, written out
 // here independently of the generator's own table.
@@ -263,11 +263,19 @@ TEST(RtcmGen, PayloadLengthsOnTheWire) {
         const uint8_t *h = b.data() + f.offset;
         const uint32_t len = (uint32_t(h[1] & 3) << 8) | h[2];
         switch (f.msg) {
-        case 1019: EXPECT_EQ(len, 61u); EXPECT_EQ(h[2], 0x3D); EXPECT_EQ(h[3], 0x3F); break;
-        case 1042: EXPECT_EQ(len, 64u); EXPECT_EQ(h[2], 0x40); EXPECT_EQ(h[3], 0x41); break;
-        case 1044: EXPECT_EQ(len, 61u); break;
-        case 1046: EXPECT_EQ(len, 63u); break;
-        default: ADD_FAILURE() << "unexpected message " << f.msg;
+            case 1019:
+                EXPECT_EQ(len, 61u);
+                EXPECT_EQ(h[2], 0x3D);
+                EXPECT_EQ(h[3], 0x3F);
+                break;
+            case 1042:
+                EXPECT_EQ(len, 64u);
+                EXPECT_EQ(h[2], 0x40);
+                EXPECT_EQ(h[3], 0x41);
+                break;
+            case 1044: EXPECT_EQ(len, 61u); break;
+            case 1046: EXPECT_EQ(len, 63u); break;
+            default: ADD_FAILURE() << "unexpected message " << f.msg;
         }
     }
 }
@@ -352,19 +360,19 @@ TEST(RtcmGen, TimeFieldsForEachSystemAndEpoch) {
                 const uint64_t toc = gnss_getbitu(p, kp.toc_pos, kp.toc_len);
                 EXPECT_EQ(toe, toc);
                 switch (sys) {
-                case 'G':
-                case 'J':
-                    EXPECT_EQ(week + 2048, 2400u);
-                    EXPECT_EQ(toe * 16, tow);
-                    break;
-                case 'C':
-                    EXPECT_EQ(week, 2400u - 1356u);
-                    EXPECT_EQ(toe * 8, (tow - 14) / 8 * 8);
-                    break;
-                case 'E':
-                    EXPECT_EQ(week, 2400u - 1024u);
-                    EXPECT_EQ(toe * 60, tow);
-                    break;
+                    case 'G':
+                    case 'J':
+                        EXPECT_EQ(week + 2048, 2400u);
+                        EXPECT_EQ(toe * 16, tow);
+                        break;
+                    case 'C':
+                        EXPECT_EQ(week, 2400u - 1356u);
+                        EXPECT_EQ(toe * 8, (tow - 14) / 8 * 8);
+                        break;
+                    case 'E':
+                        EXPECT_EQ(week, 2400u - 1024u);
+                        EXPECT_EQ(toe * 60, tow);
+                        break;
                 }
             }
         }
@@ -461,38 +469,41 @@ TEST(RtcmGen, ValuesArePlausible) {
         EXPECT_EQ(rtcm_eph_get(m, p, F_HEALTH), 0);
         EXPECT_LT(e, 0.09);
         switch (m) {
-        case 1019:
-            EXPECT_NEAR(sqrt_a, 5153.6, 1.0);
-            EXPECT_NEAR(i0_deg, 55.0, 2.0);
-            EXPECT_EQ(rtcm_eph_get(m, p, F_IODC) & 0xFF, rtcm_eph_get(m, p, F_IODE));
-            break;
-        case 1044:
-            EXPECT_NEAR(sqrt_a, 6493.4, 1.0);
-            EXPECT_NEAR(e, 0.075, 0.006);
-            break;
-        case 1046:
-            EXPECT_NEAR(sqrt_a, 5440.6, 1.0);
-            EXPECT_NEAR(i0_deg, 56.0, 2.0);
-            break;
-        case 1042:
-            if (sat <= 10) {
-                EXPECT_NEAR(sqrt_a, 6493.4, 1.0);
-            } else {
-                EXPECT_NEAR(sqrt_a, 5282.6, 1.0);
-            }
-            if (sat <= 5) {
-                EXPECT_LT(std::fabs(i0_deg), 3.0);
-            } else {
+            case 1019:
+                EXPECT_NEAR(sqrt_a, 5153.6, 1.0);
                 EXPECT_NEAR(i0_deg, 55.0, 2.0);
-            }
-            break;
-        default: ADD_FAILURE();
+                EXPECT_EQ(rtcm_eph_get(m, p, F_IODC) & 0xFF, rtcm_eph_get(m, p, F_IODE));
+                break;
+            case 1044:
+                EXPECT_NEAR(sqrt_a, 6493.4, 1.0);
+                EXPECT_NEAR(e, 0.075, 0.006);
+                break;
+            case 1046:
+                EXPECT_NEAR(sqrt_a, 5440.6, 1.0);
+                EXPECT_NEAR(i0_deg, 56.0, 2.0);
+                break;
+            case 1042:
+                if (sat <= 10) {
+                    EXPECT_NEAR(sqrt_a, 6493.4, 1.0);
+                } else {
+                    EXPECT_NEAR(sqrt_a, 5282.6, 1.0);
+                }
+                if (sat <= 5) {
+                    EXPECT_LT(std::fabs(i0_deg), 3.0);
+                } else {
+                    EXPECT_NEAR(i0_deg, 55.0, 2.0);
+                }
+                break;
+            default: ADD_FAILURE();
         }
         // the clock bias stays within a millisecond
         double af0 = 0;
-        if (m == 1042) af0 = double(rtcm_eph_get(m, p, F_AF0)) / 8589934592.0;
-        else if (m == 1046) af0 = double(rtcm_eph_get(m, p, F_AF0)) / 17179869184.0;
-        else af0 = double(rtcm_eph_get(m, p, F_AF0)) / 2147483648.0;
+        if (m == 1042)
+            af0 = double(rtcm_eph_get(m, p, F_AF0)) / 8589934592.0;
+        else if (m == 1046)
+            af0 = double(rtcm_eph_get(m, p, F_AF0)) / 17179869184.0;
+        else
+            af0 = double(rtcm_eph_get(m, p, F_AF0)) / 2147483648.0;
         EXPECT_LT(std::fabs(af0), 1e-3);
     }
 }
@@ -733,34 +744,35 @@ void check_real_eph(const uint8_t *p, uint32_t payload_len, uint32_t msg) {
     const double i0_deg = double(rtcm_eph_get(msg, p, F_I0)) / 2147483648.0 * 180.0;
     EXPECT_LT(e, 0.1);
     switch (msg) {
-    case 1019:
-        EXPECT_LE(sat, 32u);
-        EXPECT_LE(week, 1023u);
-        EXPECT_LT(toe * 16, 604800u);
-        EXPECT_NEAR(sqrt_a, 5153.7, 2.0);
-        EXPECT_NEAR(i0_deg, 55.0, 5.0);
-        EXPECT_EQ(rtcm_eph_get(msg, p, F_IODC) & 0xFF, rtcm_eph_get(msg, p, F_IODE));
-        break;
-    case 1042:
-        EXPECT_LE(sat, 63u);
-        EXPECT_LE(week, 8191u);
-        EXPECT_LT(toe * 8, 604800u);
-        EXPECT_TRUE(std::fabs(sqrt_a - 5282.6) < 2.0 || std::fabs(sqrt_a - 6493.4) < 2.0) << sqrt_a;
-        break;
-    case 1044:
-        EXPECT_LE(sat, 10u);
-        EXPECT_LE(week, 1023u);
-        EXPECT_LT(toe * 16, 604800u);
-        EXPECT_NEAR(sqrt_a, 6493.4, 2.0);
-        EXPECT_NEAR(i0_deg, 41.0, 5.0);
-        break;
-    case 1046:
-        EXPECT_LE(sat, 36u);
-        EXPECT_LE(week, 4095u);
-        EXPECT_LT(toe * 60, 604800u);
-        EXPECT_NEAR(sqrt_a, 5440.6, 2.0);
-        EXPECT_NEAR(i0_deg, 56.0, 3.0);
-        break;
+        case 1019:
+            EXPECT_LE(sat, 32u);
+            EXPECT_LE(week, 1023u);
+            EXPECT_LT(toe * 16, 604800u);
+            EXPECT_NEAR(sqrt_a, 5153.7, 2.0);
+            EXPECT_NEAR(i0_deg, 55.0, 5.0);
+            EXPECT_EQ(rtcm_eph_get(msg, p, F_IODC) & 0xFF, rtcm_eph_get(msg, p, F_IODE));
+            break;
+        case 1042:
+            EXPECT_LE(sat, 63u);
+            EXPECT_LE(week, 8191u);
+            EXPECT_LT(toe * 8, 604800u);
+            EXPECT_TRUE(std::fabs(sqrt_a - 5282.6) < 2.0 || std::fabs(sqrt_a - 6493.4) < 2.0)
+                << sqrt_a;
+            break;
+        case 1044:
+            EXPECT_LE(sat, 10u);
+            EXPECT_LE(week, 1023u);
+            EXPECT_LT(toe * 16, 604800u);
+            EXPECT_NEAR(sqrt_a, 6493.4, 2.0);
+            EXPECT_NEAR(i0_deg, 41.0, 5.0);
+            break;
+        case 1046:
+            EXPECT_LE(sat, 36u);
+            EXPECT_LE(week, 4095u);
+            EXPECT_LT(toe * 60, 604800u);
+            EXPECT_NEAR(sqrt_a, 5440.6, 2.0);
+            EXPECT_NEAR(i0_deg, 56.0, 3.0);
+            break;
     }
     // Real ephemerides give the clock and the orbit the same reference time.
     EXPECT_EQ(toe, toc);
@@ -798,10 +810,10 @@ void check_real_file(const char *name, size_t frames_expected, uint32_t gps_week
         // The weeks of the four systems agree with the recording's GPS week.
         const uint64_t week = gnss_getbitu(p, known(f.msg).week_pos, known(f.msg).week_len);
         switch (f.msg) {
-        case 1019:
-        case 1044: EXPECT_EQ(week, gps_week_full % 1024); break;
-        case 1042: EXPECT_EQ(week, gps_week_full - 1356); break;
-        case 1046: EXPECT_EQ(week, gps_week_full - 1024); break;
+            case 1019:
+            case 1044: EXPECT_EQ(week, gps_week_full % 1024); break;
+            case 1042: EXPECT_EQ(week, gps_week_full - 1356); break;
+            case 1046: EXPECT_EQ(week, gps_week_full - 1024); break;
         }
     }
 }

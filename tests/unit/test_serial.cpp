@@ -578,7 +578,8 @@ int g_trace_failures = 0;
 void expect_text(const std::string &what, const std::string &got, const std::string &want) {
     if (got != want) {
         ++g_trace_failures;
-        fprintf(stderr, "%s:\n  got:  [%s]\n  want: [%s]\n", what.c_str(), got.c_str(), want.c_str());
+        fprintf(stderr, "%s:\n  got:  [%s]\n  want: [%s]\n", what.c_str(), got.c_str(),
+                want.c_str());
     }
 }
 
@@ -615,7 +616,8 @@ void run_trace_checks() {
     n = serial_write(h, three, 3);
     expect_text("write", mask_stamps(testing::internal::GetCapturedStdout()),
                 "[SSS.mmm][DEBUG] send to module -- < 01 ab ff \n");
-    if (n != 3 || read_master(pty.master, 3) != std::vector<uint8_t>(three, three + 3)) ++g_trace_failures;
+    if (n != 3 || read_master(pty.master, 3) != std::vector<uint8_t>(three, three + 3))
+        ++g_trace_failures;
 
     // 32 bytes are traced, 33 are not, in either direction.
     std::vector<uint8_t> d32(32, 0x5A), d33(33, 0x5A);

@@ -329,7 +329,8 @@ TEST(Sim, ChatterKeepsTheLineBusyWithNoiseAndAnswersStillCome) {
     // The answer comes whole between noise pieces.
     std::string got;
     auto end = Clock::now() + std::chrono::seconds(5);
-    while (got.find(kOk) == std::string::npos && Clock::now() < end) got += read_n(rig.port, 1, 100);
+    while (got.find(kOk) == std::string::npos && Clock::now() < end)
+        got += read_n(rig.port, 1, 100);
     EXPECT_NE(got.find(kOk), std::string::npos) << got;
     EXPECT_EQ(got.find('$'), got.find(kOk));
     // Chatter is not activity: settling still ends with the command recorded.
@@ -600,8 +601,9 @@ TEST(SimSentence, TrailerAndCheck) {
     ASSERT_NE(lower, nmea("$RESET,0,h00"));
     EXPECT_FALSE(sim_sentence_good(bytes_of(lower)));
     EXPECT_FALSE(sim_sentence_good(bytes_of(good.substr(0, good.size() - 2) + "\n")));  // no CR
-    EXPECT_FALSE(sim_sentence_good(bytes_of("$AIDTIME,2026\r\n")));                    // no check value
-    EXPECT_FALSE(sim_sentence_good(bytes_of(good.substr(0, good.size() - 2) + "0\r\n")));  // past the check value
+    EXPECT_FALSE(sim_sentence_good(bytes_of("$AIDTIME,2026\r\n")));  // no check value
+    EXPECT_FALSE(sim_sentence_good(
+        bytes_of(good.substr(0, good.size() - 2) + "0\r\n")));  // past the check value
 }
 
 TEST(SimSentence, HeadIsTheBodyGoodOrNot) {

@@ -21,12 +21,18 @@ using namespace sim_test;
 namespace {
 
 // The receiver's acknowledgement of a frame, as bytes on the wire.
-const Bytes kAckBegin = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB0, 0x04, 0x00, 0x00, 0x5B, 0xAA, 0x44};
-const Bytes kAckData = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB1, 0x04, 0x00, 0x00, 0x5A, 0xAA, 0x44};
-const Bytes kAckEnd = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB2, 0x04, 0x00, 0x00, 0x59, 0xAA, 0x44};
-const Bytes kNakBegin = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB0, 0x04, 0x01, 0x00, 0x5A, 0xAA, 0x44};
-const Bytes kNakData = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB1, 0x04, 0x01, 0x00, 0x5B, 0xAA, 0x44};
-const Bytes kNakEnd = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB2, 0x04, 0x01, 0x00, 0x58, 0xAA, 0x44};
+const Bytes kAckBegin = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB0,
+                         0x04, 0x00, 0x00, 0x5B, 0xAA, 0x44};
+const Bytes kAckData = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB1,
+                        0x04, 0x00, 0x00, 0x5A, 0xAA, 0x44};
+const Bytes kAckEnd = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB2,
+                       0x04, 0x00, 0x00, 0x59, 0xAA, 0x44};
+const Bytes kNakBegin = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB0,
+                         0x04, 0x01, 0x00, 0x5A, 0xAA, 0x44};
+const Bytes kNakData = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB1,
+                        0x04, 0x01, 0x00, 0x5B, 0xAA, 0x44};
+const Bytes kNakEnd = {0x04, 0x24, 0xE8, 0x03, 0x04, 0x00, 0xB2,
+                       0x04, 0x01, 0x00, 0x58, 0xAA, 0x44};
 
 const uint16_t kBegin = 1200, kData = 1201, kEnd = 1202;
 
@@ -39,8 +45,8 @@ Bytes record(uint32_t hour, uint8_t svid, uint8_t seed) {
     r[2] = uint8_t(hour >> 16);
     r[3] = svid;
     for (size_t i = 4; i < 72; ++i) r[i] = uint8_t(seed * 31 + i * 17);
-    for (size_t i = 8; i < 12; ++i) r[i] = 0;        // word 2: 0
-    r[12] = 0x0A;                                    // word 3: A
+    for (size_t i = 8; i < 12; ++i) r[i] = 0;  // word 2: 0
+    r[12] = 0x0A;                              // word 3: A
     r[13] = r[14] = r[15] = 0;
     r[16] = 0x34, r[17] = 0x12, r[18] = 0, r[19] = 0;  // word 4: 1234
     return r;
@@ -55,7 +61,8 @@ uint32_t word(const Bytes &r, int w) {
 std::string pair471(uint32_t mode, uint32_t prn, const Bytes &r) {
     char buf[400];
     int n = std::snprintf(buf, sizeof buf, "$PAIR471,%X,%X", mode, prn);
-    for (int w = 0; w < 18; ++w) n += std::snprintf(buf + n, sizeof buf - size_t(n), ",%X", word(r, w));
+    for (int w = 0; w < 18; ++w)
+        n += std::snprintf(buf + n, sizeof buf - size_t(n), ",%X", word(r, w));
     return nmea(buf);
 }
 
@@ -63,7 +70,8 @@ std::string pair471(uint32_t mode, uint32_t prn, const Bytes &r) {
 std::string pvnkepo(int mode, int prn, const Bytes &r) {
     char buf[400];
     int n = std::snprintf(buf, sizeof buf, "$PVNKEPO,%d,%d", mode, prn);
-    for (int w = 0; w < 18; ++w) n += std::snprintf(buf + n, sizeof buf - size_t(n), ",%08X", word(r, w));
+    for (int w = 0; w < 18; ++w)
+        n += std::snprintf(buf + n, sizeof buf - size_t(n), ",%08X", word(r, w));
     return nmea(buf);
 }
 
@@ -89,7 +97,8 @@ TEST(SimEpoHelpers, AcknowledgementBytesFollowTheFrameLayout) {
 TEST(SimEpoHelpers, TrailersOfTheAnswers) {
     EXPECT_EQ(nmea("$PAIR001,590,0"), "$PAIR001,590,0*37\r\n");
     EXPECT_EQ(nmea("$PVNKHOT,OK"), "$PVNKHOT,OK*78\r\n");
-    EXPECT_EQ(nmea("$GNGGA,000001.00,,,,,0,00,99.99,,,,,,"), "$GNGGA,000001.00,,,,,0,00,99.99,,,,,,*79\r\n");
+    EXPECT_EQ(nmea("$GNGGA,000001.00,,,,,0,00,99.99,,,,,,"),
+              "$GNGGA,000001.00,,,,,0,00,99.99,,,,,,*79\r\n");
 }
 
 // --- AG33XX sentences ----------------------------------------------------------------
@@ -99,10 +108,12 @@ TEST(SimAg33xx, EachRestartIsAcknowledgedThenReported) {
     REQUIRE_RIG(rig);
     const char *numbers[] = {"004", "005", "006", "007"};
     for (const char *n : numbers) {
-        std::string want = nmea(std::string("$PAIR001,") + n + ",0") + nmea(std::string("$PAIR011,") + n + ",0");
+        std::string want =
+            nmea(std::string("$PAIR001,") + n + ",0") + nmea(std::string("$PAIR011,") + n + ",0");
         EXPECT_EQ(rig.ask(nmea(std::string("$PAIR") + n), want.size()), want) << n;
     }
-    EXPECT_EQ(nmea("$PAIR001,004,0") + nmea("$PAIR011,004,0"), "$PAIR001,004,0*3F\r\n$PAIR011,004,0*3E\r\n");
+    EXPECT_EQ(nmea("$PAIR001,004,0") + nmea("$PAIR011,004,0"),
+              "$PAIR001,004,0*3F\r\n$PAIR011,004,0*3E\r\n");
     SimRecord rec = rig.settle();
     EXPECT_EQ(rec.sentences.size(), 4u);
     EXPECT_EQ(rec.replies, 4u);
@@ -150,8 +161,10 @@ TEST(SimAg33xx, StatusCountsRecordsPerSystemAndClearForgetsThem) {
     Rig rig("ag33xx");
     REQUIRE_RIG(rig);
     const std::string ack471 = nmea("$PAIR001,471,0");
-    for (uint8_t sv = 1; sv <= 3; ++sv) EXPECT_ANSWER(rig, pair471(0, sv, record(100, sv, sv)), ack471);
-    for (uint8_t sv = 65; sv <= 66; ++sv) EXPECT_ANSWER(rig, pair471(1, sv - 64, record(100, sv, sv)), ack471);
+    for (uint8_t sv = 1; sv <= 3; ++sv)
+        EXPECT_ANSWER(rig, pair471(0, sv, record(100, sv, sv)), ack471);
+    for (uint8_t sv = 65; sv <= 66; ++sv)
+        EXPECT_ANSWER(rig, pair471(1, sv - 64, record(100, sv, sv)), ack471);
     EXPECT_ANSWER(rig, nmea("$PAIR470,0"), nmea("$PAIR470,0,3"));
     EXPECT_ANSWER(rig, nmea("$PAIR470,1"), nmea("$PAIR470,1,2"));
     EXPECT_ANSWER(rig, nmea("$PAIR470,2"), nmea("$PAIR470,2,0"));
@@ -174,9 +187,9 @@ TEST(SimAg33xx, PrnFieldIsCheckedByTheRuleOfTheMode) {
         uint32_t prn;
         bool right;
     } cases[] = {
-        {0, 7, 7, true},        {0, 7, 8, false},      {1, 70, 6, true},     {1, 5, uint32_t(-59), true},
-        {2, 105, 5, true},      {2, 255, 255, true},   {2, 255, 155, false}, {3, 195, 60, true},
-        {3, 205, 5, true},      {3, 205, 70, false},   {3, 255, 255, true},  {4, 9, 0, true},
+        {0, 7, 7, true},   {0, 7, 8, false},    {1, 70, 6, true},     {1, 5, uint32_t(-59), true},
+        {2, 105, 5, true}, {2, 255, 255, true}, {2, 255, 155, false}, {3, 195, 60, true},
+        {3, 205, 5, true}, {3, 205, 70, false}, {3, 255, 255, true},  {4, 9, 0, true},
         {4, 9, 9, false},
     };
     uint32_t wrong = 0;
@@ -214,7 +227,8 @@ TEST(SimAg33xx, MalformedAndUnknownCommandsAreRefusedOtherTalkersIgnored) {
     short_record = nmea(short_record.substr(0, short_record.rfind(',')));  // 19 fields
     EXPECT_ANSWER(rig, short_record, "$PAIR001,471,1*38\r\n");
     EXPECT_ANSWER(rig, nmea("$PAIR590,2026,1,8,9,59"), "$PAIR001,590,1*36\r\n");
-    EXPECT_ANSWER(rig, nmea("$PAIR600,31.5x,121.400000,10.0,50.0,50.0,0.0,100.0"), "$PAIR001,600,1*3C\r\n");
+    EXPECT_ANSWER(rig, nmea("$PAIR600,31.5x,121.400000,10.0,50.0,50.0,0.0,100.0"),
+                  "$PAIR001,600,1*3C\r\n");
     EXPECT_ANSWER(rig, nmea("$PAIR600,31.5,121.4,,50.0,50.0,0.0,100.0"), "$PAIR001,600,1*3C\r\n");
     EXPECT_ANSWER(rig, nmea("$PAIR999"), nmea("$PAIR001,999,1"));
     // Sentences of other talkers get nothing: the next answer is the first byte back.
@@ -234,7 +248,8 @@ TEST(SimAg33xx, BinaryBeginDataEndAreAcknowledgedExactly) {
     Rig rig("ag33xx");
     REQUIRE_RIG(rig);
     Bytes r1 = record(300, 1, 1), r2 = record(300, 2, 2);
-    Bytes begin = epo_frame(kBegin, {'G', 0}), d1 = epo_frame(kData, r1), d2 = epo_frame(kData, r2), end = epo_frame(kEnd, {'G', 0});
+    Bytes begin = epo_frame(kBegin, {'G', 0}), d1 = epo_frame(kData, r1), d2 = epo_frame(kData, r2),
+          end = epo_frame(kEnd, {'G', 0});
     EXPECT_EQ(rig.ask(begin, 13), kAckBegin);
     EXPECT_EQ(rig.ask(d1, 13), kAckData);
     EXPECT_EQ(rig.ask(d2, 13), kAckData);
@@ -261,7 +276,8 @@ TEST(SimAg33xx, OneByteMarkersOfAGpsGlonassFileCountPerSystem) {
     EXPECT_EQ(rig.ask(epo_frame(kData, record(1, 1, 1)), 13), kAckData);
     EXPECT_EQ(rig.ask(epo_frame(kEnd, {'G'}), 13), kAckEnd);
     EXPECT_EQ(rig.ask(epo_frame(kBegin, {'R'}), 13), kAckBegin);
-    for (uint8_t sv = 65; sv < 68; ++sv) EXPECT_EQ(rig.ask(epo_frame(kData, record(1, sv, sv)), 13), kAckData);
+    for (uint8_t sv = 65; sv < 68; ++sv)
+        EXPECT_EQ(rig.ask(epo_frame(kData, record(1, sv, sv)), 13), kAckData);
     EXPECT_EQ(rig.ask(epo_frame(kEnd, {'R'}), 13), kAckEnd);
     EXPECT_ANSWER(rig, nmea("$PAIR470,0"), nmea("$PAIR470,0,1"));
     EXPECT_ANSWER(rig, nmea("$PAIR470,1"), nmea("$PAIR470,1,3"));
@@ -279,10 +295,10 @@ TEST(SimAg33xx, BadFramesAreCountedAndRefused) {
     Bytes bad_tail = epo_frame(kEnd, {'G', 0});
     bad_tail[bad_tail.size() - 1] = 0x45;
     EXPECT_EQ(rig.ask(bad_tail, 13), kNakEnd);
-    EXPECT_EQ(rig.ask(epo_frame(kData, Bytes()), 13), kNakData);            // no record at all
-    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'J', 0}), 13), kNakBegin);         // no such system here
+    EXPECT_EQ(rig.ask(epo_frame(kData, Bytes()), 13), kNakData);     // no record at all
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'J', 0}), 13), kNakBegin);  // no such system here
     Bytes nak_1300 = epo_frame(1000, {0x14, 0x05, 0x01, 0x00});
-    EXPECT_EQ(rig.ask(epo_frame(1300, {1, 2, 3}), 13), nak_1300);          // unknown message
+    EXPECT_EQ(rig.ask(epo_frame(1300, {1, 2, 3}), 13), nak_1300);  // unknown message
     // A stray 0x04 is no frame: counted, not answered; the frame after it is taken.
     Bytes good = epo_frame(kData, record(2, 2, 2));
     Bytes stray = {0x04, 'x'};
@@ -313,8 +329,10 @@ TEST(SimAg33xx, ShortTailOfAnOddSizedFileIsTakenAsItCame) {
 TEST(SimAg33xx, PositionNumbersAreReadAsTheFirmwareReadsThem) {
     Rig rig("ag33xx");
     REQUIRE_RIG(rig);
-    EXPECT_ANSWER(rig, nmea("$PAIR600,nan,121.250000,10.0,50.0,50.0,0.0,100.0"), "$PAIR001,600,0*3D\r\n");
-    EXPECT_ANSWER(rig, nmea("$PAIR600,-31.5,-121.25,-10.0,5e1,50.0,0.0,100.0"), "$PAIR001,600,0*3D\r\n");
+    EXPECT_ANSWER(rig, nmea("$PAIR600,nan,121.250000,10.0,50.0,50.0,0.0,100.0"),
+                  "$PAIR001,600,0*3D\r\n");
+    EXPECT_ANSWER(rig, nmea("$PAIR600,-31.5,-121.25,-10.0,5e1,50.0,0.0,100.0"),
+                  "$PAIR001,600,0*3D\r\n");
 }
 
 // --- RZ610MXXXX sentences ------------------------------------------------------------------
@@ -337,7 +355,8 @@ TEST(SimRz610mxxxx, TimePositionClearAndStatusAreAnswered) {
     // The tenth field of the time is empty, as the tool writes it.
     EXPECT_ANSWER(rig, nmea("$PVNKAIDTIME,1,18,2026,1,8,9,59,17,0,,0"), "$PVNKAIDTIME,OK*72\r\n");
     EXPECT_ANSWER(rig, nmea("$PVNKAIDTIME,1,-1,2026,1,8,9,59,17,0,,0"), "$PVNKAIDTIME,OK*72\r\n");
-    EXPECT_ANSWER(rig, nmea("$PVNKAIDPOS,1,31.500000,121.400000,10.0,0.0"), "$PVNKAIDPOS,OK*2B\r\n");
+    EXPECT_ANSWER(rig, nmea("$PVNKAIDPOS,1,31.500000,121.400000,10.0,0.0"),
+                  "$PVNKAIDPOS,OK*2B\r\n");
     EXPECT_ANSWER(rig, nmea("$PVNKEPOCLR"), "$PVNKEPOCLR,OK*2C\r\n");
     EXPECT_ANSWER(rig, nmea("$PVNKEPOGETSTATUS,1"), "$PVNKEPOGETSTATUS,1,0*1A\r\n");
     SimRecord rec = rig.settle();
@@ -376,9 +395,9 @@ TEST(SimRz610mxxxx, PrnIsCheckedByTheRuleOfTheMode) {
         int prn;
         bool right;
     } cases[] = {
-        {1, 7, 7, true},     {1, 7, 6, false},    {2, 70, 6, true},     {2, 70, 70, false},
-        {3, 136, 36, true},  {3, 255, 255, true}, {3, 255, 155, false}, {4, 193, 58, true},
-        {4, 254, 54, true},  {4, 254, 119, false}, {5, 193, 0, true},    {5, 193, 1, false},
+        {1, 7, 7, true},    {1, 7, 6, false},     {2, 70, 6, true},     {2, 70, 70, false},
+        {3, 136, 36, true}, {3, 255, 255, true},  {3, 255, 155, false}, {4, 193, 58, true},
+        {4, 254, 54, true}, {4, 254, 119, false}, {5, 193, 0, true},    {5, 193, 1, false},
         {0, 3, 0, true},
     };
     uint32_t wrong = 0;
@@ -399,7 +418,8 @@ TEST(SimRz610mxxxx, RefusalsOfBadMalformedAndUnknownCommands) {
     // Words must be eight digits each.
     char buf[300];
     int n = std::snprintf(buf, sizeof buf, "$PVNKEPO,1,1");
-    for (int w = 0; w < 18; ++w) n += std::snprintf(buf + n, sizeof buf - size_t(n), ",%X", unsigned(w));
+    for (int w = 0; w < 18; ++w)
+        n += std::snprintf(buf + n, sizeof buf - size_t(n), ",%X", unsigned(w));
     EXPECT_ANSWER(rig, nmea(buf), "$PVNKEPO,FAIL*77\r\n");
     EXPECT_ANSWER(rig, nmea("$PVNKAIDTIME,1,18,2026,1,8,9,59,17,0"), "$PVNKAIDTIME,FAIL*74\r\n");
     EXPECT_ANSWER(rig, nmea("$PVNKFULL"), nmea("$PVNKFULL,FAIL"));
@@ -553,16 +573,16 @@ TEST(SimEpoFaults, RefuseOnlyCountsSentencesAndFrames) {
     f.refuse_only = 3;
     Rig rig("ag33xx", f);
     REQUIRE_RIG(rig);
-    EXPECT_ANSWER(rig, kTime590, "$PAIR001,590,0*37\r\n");     // 0
-    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'G', 0}), 13), kAckBegin);   // 1
+    EXPECT_ANSWER(rig, kTime590, "$PAIR001,590,0*37\r\n");           // 0
+    EXPECT_EQ(rig.ask(epo_frame(kBegin, {'G', 0}), 13), kAckBegin);  // 1
     // A stray 0x04 and another talker's sentence take no number.
     ASSERT_TRUE(write_all(rig.port, Bytes{0x04, 0x00}));
     ASSERT_TRUE(write_all(rig.port, nmea("$GPTXT,hello")));
     Bytes r2 = record(2, 2, 2), r3 = record(3, 3, 3), r4 = record(4, 4, 4);
-    EXPECT_EQ(rig.ask(epo_frame(kData, r2), 13), kAckData);            // 2
-    EXPECT_EQ(rig.ask(epo_frame(kData, r3), 13), kNakData);            // 3
-    EXPECT_EQ(rig.ask(epo_frame(kData, r4), 13), kAckData);            // 4
-    EXPECT_ANSWER(rig, kPos600, "$PAIR001,600,0*3D\r\n");      // 5
+    EXPECT_EQ(rig.ask(epo_frame(kData, r2), 13), kAckData);  // 2
+    EXPECT_EQ(rig.ask(epo_frame(kData, r3), 13), kNakData);  // 3
+    EXPECT_EQ(rig.ask(epo_frame(kData, r4), 13), kAckData);  // 4
+    EXPECT_ANSWER(rig, kPos600, "$PAIR001,600,0*3D\r\n");    // 5
     SimRecord rec = rig.settle();
     EXPECT_EQ(rec.epo_records, (std::vector<Bytes>{r2, r4}));
     EXPECT_EQ(rec.refusals, 1u);
@@ -590,10 +610,10 @@ TEST(SimEpoFaults, RefuseUnitsAndRefusePrefix) {
     Rig rig("rz610mxxxx", f);
     REQUIRE_RIG(rig);
     EXPECT_ANSWER(rig, nmea("$PVNKEPOGETSTATUS,1"), "$PVNKEPOGETSTATUS,FAIL*35\r\n");  // 0
-    EXPECT_ANSWER(rig, nmea("$PVNKEPOCLR"), "$PVNKEPOCLR,FAIL*2A\r\n");              // 1, by prefix
-    EXPECT_ANSWER(rig, pvnkepo(1, 1, record(1, 1, 1)), "$PVNKEPO,FAIL*77\r\n");      // 2
-    EXPECT_ANSWER(rig, pvnkepo(1, 2, record(1, 2, 1)), "$PVNKEPO,OK*71\r\n");        // 3
-    EXPECT_ANSWER(rig, nmea("$PVNKEPOCLR"), "$PVNKEPOCLR,FAIL*2A\r\n");              // 4, by prefix
+    EXPECT_ANSWER(rig, nmea("$PVNKEPOCLR"), "$PVNKEPOCLR,FAIL*2A\r\n");          // 1, by prefix
+    EXPECT_ANSWER(rig, pvnkepo(1, 1, record(1, 1, 1)), "$PVNKEPO,FAIL*77\r\n");  // 2
+    EXPECT_ANSWER(rig, pvnkepo(1, 2, record(1, 2, 1)), "$PVNKEPO,OK*71\r\n");    // 3
+    EXPECT_ANSWER(rig, nmea("$PVNKEPOCLR"), "$PVNKEPOCLR,FAIL*2A\r\n");          // 4, by prefix
     SimRecord rec = rig.settle();
     ASSERT_EQ(rec.epo_records.size(), 1u);
     EXPECT_EQ(rec.epo_records[0], record(1, 2, 1));
@@ -646,7 +666,8 @@ TEST(SimEpoFaults, CloseAfterFramesCountsRecordSentences) {
     EXPECT_ANSWER(rig, pair471(0, 1, record(1, 1, 1)), "$PAIR001,471,0*39\r\n");
     ASSERT_TRUE(write_all(rig.port, pair471(0, 2, record(1, 2, 1))));
     auto end = Clock::now() + std::chrono::seconds(5);
-    while (!sim_hung_up(rig.sim) && Clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    while (!sim_hung_up(rig.sim) && Clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     ASSERT_TRUE(sim_hung_up(rig.sim));
     SimRecord rec = sim_record(rig.sim);
     EXPECT_EQ(rec.epo_records.size(), 2u);
@@ -738,7 +759,8 @@ TEST(SimModelEpo, RecordSentencesCountAsTransfersGoodOrBad) {
     std::string good = pvnkepo(1, 1, record(1, 1, 1));
     std::string bad = good;
     bad[bad.size() - 3] = bad[bad.size() - 3] == '0' ? '1' : '0';
-    Fed fed = feed_model("rz610mxxxx", bytes_of(good + bad + nmea("$PVNKEPOCLR") + nmea("$PAIR471")));
+    Fed fed =
+        feed_model("rz610mxxxx", bytes_of(good + bad + nmea("$PVNKEPOCLR") + nmea("$PAIR471")));
     ASSERT_EQ(fed.units.size(), 4u);
     EXPECT_TRUE(fed.units[0].transfer);
     EXPECT_TRUE(fed.units[0].good);

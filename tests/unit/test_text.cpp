@@ -117,16 +117,17 @@ TEST(PrintfRawData, FullBlock) {
 
 // ---- counting and paths ------------------------------------------------------------
 
-TEST(CountSpecChar, EmptyTextIsZero) {
-    EXPECT_EQ(Vk_CountSpecChar("", ','), 0u);
-}
+TEST(CountSpecChar, EmptyTextIsZero) { EXPECT_EQ(Vk_CountSpecChar("", ','), 0u); }
 
 TEST(CountSpecChar, CountsEveryOccurrence) {
     EXPECT_EQ(Vk_CountSpecChar("a,b,,c", ','), 3u);
     EXPECT_EQ(Vk_CountSpecChar("24.1,121.5,30,5", ','), 3u);
     EXPECT_EQ(Vk_CountSpecChar("abc", ','), 0u);
     EXPECT_EQ(Vk_CountSpecChar(",,,,", ','), 4u);
-    EXPECT_EQ(Vk_CountSpecChar("\xFF" "a\xFF", 0xFF), 2u);
+    EXPECT_EQ(Vk_CountSpecChar("\xFF"
+                               "a\xFF",
+                               0xFF),
+              2u);
 }
 
 namespace {
