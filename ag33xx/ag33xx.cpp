@@ -1,8 +1,11 @@
 #include "ag33xx/ag33xx.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
 
-#include "toolkit/reply.h"
+#include "core/log.h"
 
 namespace {
 
@@ -10,6 +13,7 @@ const EpoNameRule kOfflineNames[] = {
     {"EPO_GPS_3_", 0, 3}, {"EPO_BDS_3.DAT", 3, 3}, {"EPO_GR_3_", 1, 3}, {"EPO_GAL_", 2, -1}};
 const EpoNameRule kOnlineNames[] = {
     {"VGPS.DAT", 0, 0}, {"VBD2.DAT", 3, 0}, {"VGA.DAT", 2, 0}, {"VG_R.DAT", 1, 0}};
+const EpoTypeValue kModes[] = {{0, 0}, {1, 1}, {2, 2}, {3, 3}};
 const EpoLetter kLetters[] = {{0, "G"}, {2, "E"}, {3, "C"}};
 const EpoTypeValue kPlainLists[] = {{0, 32}};
 const int32_t kHeaderTypes[] = {2, 3};
@@ -20,7 +24,6 @@ const VkStartWayName kStartWays[] = {
     {"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}, {"FULLCOLD", 3}};
 
 const char kPosEnable[] = "[INFO] Pos Enable:%d,Lat:%s,Lon:%s,Altitude:%s,Accuracy:%s\n";
-const char kClear[] = "[INFO] Need to clear eph in flash\n";
 
 void time_body(char *out, size_t size, const int *t, const VkTimeAid *) {
     snprintf(out, size, "%s,%d,%d,%d,%d,%d,%d", "$PAIR590", t[0], t[1], t[2], t[3], t[4], t[5]);
@@ -39,58 +42,112 @@ void record_body(char *out, size_t size, int mode, int prn, const uint8_t *rec) 
 
 }  // namespace
 
-const EpoTypeValue AG33XX_EpoInfoTable[4] = {{0, 0}, {1, 1}, {2, 2}, {3, 3}};
+uint32_t AG33XX_CheckNmeaCmdRsp(const char *buf, uint32_t len, const char *address, uint32_t) {
+    if (len == 0) {
+        vk_log("[ERROR] recv nothing");
+        return VK_ERR_NO_REPLY;
+    }
+    const char *id = strlen(address) > 5 ? address + 5 : "";
+    std::string needle = std::string("$PAIR001,") + id;
+    const char *found = Vk_FindText(buf, len, needle.c_str());
+    if (found == nullptr) return VK_ERR_NO_REPLY;
+    std::string text = epo_reply_text(found, buf, len);
+    if (text.empty()) {
+        vk_log("[ERROR] format wrong,buf:%s\n", buf);
+        return EPO_ERR_ACK;
+    }
+    std::string body;
+    if (!epo_split_and_check(text, &body)) return EPO_ERR_ACK;
+    // "$PAIR001,<command number>,<result>"
+    size_t c1 = body.find(',');
+    size_t c2 = body.find(',', c1 + 1);
+    std::string number =
+        body.substr(c1 + 1, c2 == std::string::npos ? std::string::npos : c2 - c1 - 1);
+    int result = c2 == std::string::npos ? 0 : atoi(body.c_str() + c2 + 1);
+    if (strncmp(number.c_str(), id, number.size()) == 0 && result == 0) return 0;
+    vk_log("[ERROR] check_id: %s,check_ret:%d\n", number.c_str(), result);
+    return EPO_ERR_ACK;
+}
+
+uint32_t AG33XX_CheckNmeaRpt(const char *buf, uint32_t len, const char *expected, uint32_t) {
+    if (len == 0) return VK_ERR_NO_REPLY;
+    const char *found = Vk_FindText(buf, len, expected);
+    if (found == nullptr) return VK_ERR_NO_REPLY;
+    if (strncmp(expected, "$PAIR011", 8) == 0) return 0;
+    if (strstr(expected, "$PAIR470") == nullptr) return VK_ERR_NO_REPLY;
+    // "$PAIR470,<system>,<count>": the field after the expected text and its comma.
+    const char *after = found + strlen(expected);
+    int count = (after < buf + len) ? atoi(after + 1) : 0;
+    vk_log("[INFO] total number of EPO data sets: %d\n", count);
+    return count != 0 ? uint32_t(0) : uint32_t(EPO_ERR_NO_DATA);
+}
 
 const EpoDialect AG33XX_Dialect = {
-    "AG33XX",
-    kOfflineNames,
-    4,
-    kOnlineNames,
-    4,
-    AG33XX_EpoInfoTable,
-    4,
-    kLetters,
-    3,
-    false,  // PRN rule keyed by type
-    false,  // no PRN check before a record is sent
-    kPlainLists,
-    1,
-    kHeaderTypes,
-    2,
-    kPairTypes,
-    1,
-    0,
-    1,  // GPS records with mode 0, GLONASS records with mode & 1
-    kStatusSystems,
-    4,
-    {nullptr, "$PAIR004", "$PAIR005", "$PAIR006", "$PAIR007"},
-    " cmd:%s\n",
-    " cmd: %s\n",
-    "$PAIR011",
-    "$PAIR590",
-    "$PAIR600",
-    "$PAIR472",
-    " cmd: %s\n",
-    "$PAIR470",
-    true,
-    "$PAIR471",
-    "[INFO] lat: %0.6f,lon: %0.6f,altitude:%0.6f\n",
-    time_body,
-    pos_body,
-    record_body,
-    epo_check_pair_ack,
-    epo_check_pair_report,
-    false,
-    "[INFO] enter AG33XX AgnssOnline\n",
-    "[INFO] enter AG33XX Agnss Offline\n",
-    {"m:o:p:b:f::b:s::u::l::R:T:", kStartWays, 5, 63, kPosEnable, nullptr, nullptr, false, false,
-     true, false},
-    {"m:o:p:b:f::b:s::cu::l::R:T:", kStartWays, 5, 63, kPosEnable, kClear, nullptr, false, false,
-     true, false},
-    "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o online",
-    "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline",
+    .platform = "AG33XX",
+    .files =
+        {
+            .offline_names = kOfflineNames,
+            .online_names = kOnlineNames,
+            .modes = kModes,
+            .letters = kLetters,
+            .plain_lists = kPlainLists,
+            .header_types = kHeaderTypes,
+            .pair_types = kPairTypes,
+            .pair_gps_mask = 0,  // GPS records with mode 0
+            .pair_glo_mask = 1,  // GLONASS records with mode 1
+            .status_systems = kStatusSystems,
+        },
+    .commands =
+        {
+            .start_bodies = {nullptr, "$PAIR004", "$PAIR005", "$PAIR006", "$PAIR007"},
+            .restart_report = "$PAIR011",
+            .time_address = "$PAIR590",
+            .pos_address = "$PAIR600",
+            .clear_address = "$PAIR472",
+            .status_address = "$PAIR470",
+            .status_full_expect = true,
+            .record_address = "$PAIR471",
+            .time_body = time_body,
+            .pos_body = pos_body,
+            .record_body = record_body,
+            .check_ack = AG33XX_CheckNmeaCmdRsp,
+            .check_report = AG33XX_CheckNmeaRpt,
+        },
+    .texts =
+        {
+            .start_log = " cmd:%s\n",
+            .command_log = " cmd: %s\n",
+            .clear_log = " cmd: %s\n",
+            .lat_lon_line = "[INFO] lat: %0.6f,lon: %0.6f,altitude:%0.6f\n",
+        },
+    .online =
+        {
+            .entry_line = "[INFO] enter AG33XX AgnssOnline\n",
+            .options = {.optstring = "m:o:p:b:f::b:s::u::l::R:T:",
+                        .start_ways = kStartWays,
+                        .pos_enable_format = kPosEnable,
+                        .file_list = true},
+            .usage = "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o online",
+        },
+    .offline =
+        {
+            .entry_line = "[INFO] enter AG33XX Agnss Offline\n",
+            .options = {.optstring = "m:o:p:b:f::b:s::cu::l::R:T:",
+                        .start_ways = kStartWays,
+                        .pos_enable_format = kPosEnable,
+                        .clear_message = "[INFO] Need to clear eph in flash\n",
+                        .file_list = true},
+            .usage = "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline",
+            .open_failed = "[ERROR] Fail to open uart %s\n",
+        },
 };
 
-EPO_DEFINE_NAMES(AG33XX, AG33XX_Dialect)
+uint32_t AG33XX_AgnssOnline(int argc, char **argv) {
+    return epo_run_online(&AG33XX_Dialect, argc, argv);
+}
+
+uint32_t AG33XX_AgnssOffline(int argc, char **argv) {
+    return epo_run_offline(&AG33XX_Dialect, argc, argv);
+}
 
 uint32_t AG33XX_AgnssGetFileInfo(int argc, char **argv) { return epo_run_file_info(argc, argv); }

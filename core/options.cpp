@@ -1,5 +1,6 @@
 #include "core/options.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -8,7 +9,6 @@
 
 #include "core/getopt.h"
 #include "core/log.h"
-#include "toolkit/text.h"
 
 namespace {
 
@@ -22,6 +22,10 @@ void copy_text(char *dst, const char *src, size_t keep) {
     if (n > keep) n = keep;
     memcpy(dst, src, n);
     dst[n] = '\0';
+}
+
+uint32_t count_commas(const char *text) {
+    return uint32_t(std::count(text, text + strlen(text), ','));
 }
 
 bool equals_ignore_case(const char *a, const char *b) {
@@ -56,19 +60,15 @@ void copy_field(char *dst, const char *src, size_t len, size_t keep) {
     dst[len] = '\0';
 }
 
-const char *time_word(const VkOptionRules *rules) {
-    return rules->time_error_word ? rules->time_error_word : "time";
-}
-
 }  // namespace
 
 int vk_parse_start_way(const char *text, const VkOptionRules *rules) {
-    const VkStartWayName *names = rules->start_ways ? rules->start_ways : kCommonStartWays;
-    int count = rules->start_ways ? rules->start_way_count : 4;
+    std::span<const VkStartWayName> names =
+        rules->start_ways.empty() ? std::span(kCommonStartWays) : rules->start_ways;
     int way = -1;
-    for (int i = 0; i < count; ++i) {
-        if (equals_ignore_case(text, names[i].name)) {
-            way = names[i].value;
+    for (const VkStartWayName &n : names) {
+        if (equals_ignore_case(text, n.name)) {
+            way = n.value;
             break;
         }
     }
@@ -85,7 +85,7 @@ uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAi
     char copy[64];
     copy_text(copy, text, 63);
     vk_log("[INFO] Ref position:%s\n", copy);
-    uint32_t commas = Vk_CountSpecChar(copy, ',');
+    uint32_t commas = count_commas(copy);
     if (commas != 3) {
         // The count shown is the number of fields, not of commas.
         vk_log("[ERROR] Invalid location format, comma count: %d\n", int(commas + 1));
@@ -123,7 +123,7 @@ uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAi
 }
 
 uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *time) {
-    const char *word = time_word(rules);
+    const char *word = rules->time_error_word;
     if (strlen(text) > 63) {
         vk_log(" Time string too long: %s\n", text);
         return VK_ERR_PARAM;
@@ -131,7 +131,7 @@ uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *
     char copy[64];
     copy_text(copy, text, 63);
     vk_log("[INFO] time data:%s\n", copy);
-    uint32_t commas = Vk_CountSpecChar(copy, ',');
+    uint32_t commas = count_commas(copy);
     if (commas != 3) {
         vk_log("[ERROR] Invalid %s format, comma count: %d\n", word, int(commas));
         return VK_ERR_PARAM;
@@ -167,7 +167,7 @@ uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *
 uint32_t vk_parse_file_list(const char *text, const VkOptionRules *rules, VkOptions *out) {
     copy_text(out->file_text, text, sizeof out->file_text - 1);
     vk_log("[INFO] all file: %s\n", out->file_text);
-    uint32_t commas = Vk_CountSpecChar(out->file_text, ',');
+    uint32_t commas = count_commas(out->file_text);
     if (commas > VK_MAX_FILES - 1) {
         vk_log("[ERROR] Invalid filepath format, comma count: %d\n", int(commas));
         return VK_ERR_PARAM;
@@ -192,7 +192,6 @@ uint32_t vk_parse_file_list(const char *text, const VkOptionRules *rules, VkOpti
 
 uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkOptions *out) {
     memset(out, 0, sizeof *out);
-    uint32_t module_keep = rules->module_keep ? rules->module_keep : 63;
     vk_getopt_reset();
     int c;
     while ((c = vk_getopt(argc, argv, rules->optstring)) != -1) {
@@ -221,7 +220,7 @@ uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkO
                 vk_log("[INFO] File: %s\n", out->file);
                 break;
             case 'm':
-                copy_text(out->module, value, module_keep);
+                copy_text(out->module, value, rules->module_keep);
                 vk_log("[INFO] Module: %s\n", out->module);
                 break;
             case 'p':

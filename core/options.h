@@ -5,17 +5,9 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
-enum : uint32_t {
-    VK_OK = 0,
-    VK_ERR_PRESET = 0x101,
-    VK_ERR_PARAM = 0x102,
-    VK_ERR_FILE_ACCESS = 0x103,
-    VK_ERR_PORT_OPEN = 0x104,
-    VK_ERR_COMMAND = 0x107,
-    VK_ERR_MEMORY = 0x108,
-    VK_ERR_NO_REPLY = 0x200,
-};
+#include "core/result.h"
 
 // -u: what the aiding steps need of the time string.
 struct VkTimeAid {
@@ -58,17 +50,16 @@ struct VkStartWayName {
 };
 
 struct VkOptionRules {
-    const char *optstring;
-    const VkStartWayName *start_ways;  // null: NONE, HOT, WARM, COLD
-    int start_way_count;
-    uint32_t module_keep;           // characters of -m kept (63 unless a backend keeps fewer)
-    const char *pos_enable_format;  // logged after a valid -l; null: the common line
-    const char *clear_message;      // logged for -c; null: nothing
-    const char *time_error_word;    // "time" unless a backend words its time errors otherwise
-    bool skip_double_comma_check;   // backends that catch ",," only as a missing field
-    bool log_each_option;           // "[DEBUG] Option -%c with argument: %s\n"
-    bool file_list;                 // -f takes up to three comma-separated paths
-    bool file_missing_index;        // a missing path is reported with its index
+    const char *optstring = "";
+    std::span<const VkStartWayName> start_ways;  // empty: NONE, HOT, WARM, COLD
+    uint32_t module_keep = 63;                   // characters of -m kept
+    const char *pos_enable_format = nullptr;     // logged after a valid -l; null: the common line
+    const char *clear_message = nullptr;         // logged for -c; null: nothing
+    const char *time_error_word = "time";        // how time errors name what is wrong
+    bool skip_double_comma_check = false;        // ",," is caught only as a missing field
+    bool log_each_option = false;                // "[DEBUG] Option -%c with argument: %s\n"
+    bool file_list = false;                      // -f takes up to three comma-separated paths
+    bool file_missing_index = false;             // a missing path is reported with its index
 };
 
 // Parses argv with the backend's rules into *out (zeroed first).

@@ -6,6 +6,14 @@
 
 #include "core/options.h"
 
+// The platform's own meanings of the shared range.
+enum : uint32_t {
+    DW2207B_ERR_WRITE_TIME = 0x201,  // the time sentence was not written whole
+    DW2207B_ERR_WRITE_POS = 0x202,   // the position sentence was not written whole
+    DW2207B_ERR_EPH_OPEN = 0x204,    // the ephemeris file cannot be opened
+    DW2207B_ERR_EPH_FILE = 0x206,    // bad frame header, bad CRC or a truncated frame
+};
+
 uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(uint64_t handle, const char *expected,
                                                     uint32_t timeout_ms);
 uint32_t DW2207B_SendStartWay(uint64_t handle, int start_way);
@@ -13,5 +21,5 @@ uint32_t DW2207B_SendAidTime(uint64_t handle, const VkTimeAid *time);
 uint32_t DW2207B_SendAidPos(uint64_t handle, const VkPosAid *pos);
 uint32_t DW2207B_SendEphData(uint64_t handle, const char *path);
 
-// The platform's only entry; the platform table places it in the online slot.
+// The platform's only entry; the registry places it in the online slot.
 uint32_t DW2207B_AgnssOffline(int argc, char **argv);

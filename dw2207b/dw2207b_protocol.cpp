@@ -6,7 +6,7 @@
 #include "dw2207b/dw2207b.h"
 #include "serial/serial.h"
 #include "toolkit/checksum.h"
-#include "toolkit/reply.h"
+#include "toolkit/exchange.h"
 
 namespace {
 
@@ -18,10 +18,14 @@ uint32_t check_contains(const char *buf, uint32_t len, const char *expected, uin
     return 0;
 }
 
-// Writes a finished sentence; true when every byte went out.
-bool write_all(uint64_t handle, const char *text, uint32_t len, uint32_t *sent) {
-    *sent = serial_write(handle, text, len);
-    return *sent >= len;
+// Every command is acknowledged by "$OK*04"; other text keeps the wait going.
+VkSentence command(const char *log, const char *short_write, uint32_t code, uint32_t timeout_ms) {
+    return {.log = log,
+            .short_write = short_write,
+            .short_write_code = code,
+            .expected = kAck,
+            .check = check_contains,
+            .wait = {.timeout_ms = timeout_ms}};
 }
 
 enum { RTCM_MAX_FRAME = 1024 };
@@ -30,12 +34,7 @@ enum { RTCM_MAX_FRAME = 1024 };
 
 uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(uint64_t handle, const char *expected,
                                                     uint32_t timeout_ms) {
-    VkReplyWait how{};
-    how.timeout_ms = timeout_ms;
-    how.initial = VK_ERR_COMMAND;
-    how.nothing_read = VK_ERR_NO_REPLY;
-    how.no_memory = VK_ERR_MEMORY;
-    return Vk_WaitReply(handle, expected, check_contains, &how);
+    return Vk_WaitReply(handle, expected, check_contains, {.timeout_ms = timeout_ms});
 }
 
 uint32_t DW2207B_SendStartWay(uint64_t handle, int start_way) {
@@ -47,16 +46,8 @@ uint32_t DW2207B_SendStartWay(uint64_t handle, int start_way) {
         case 3: body = "$RESET,0,hFF"; break;
         default: return VK_ERR_COMMAND;
     }
-    char cmd[64];
-    snprintf(cmd, sizeof cmd, "%s", body);
-    uint32_t len = Vk_NMEA_AppendTrailer(cmd, sizeof cmd);
-    vk_log(" Start cmd:%s", cmd);
-    uint32_t sent = 0;
-    if (!write_all(handle, cmd, len, &sent)) {
-        vk_log("[ERROR] send START CMD failed,actual_send:%d,len:%d\n", int(sent), int(len));
-        return VK_ERR_COMMAND;
-    }
-    return DW2207B_ReadUartAndCheckNmeaRspWithTimeout(handle, kAck, 2000);
+    return Vk_SendSentence(handle, body,
+                           command(" Start cmd:%s", VK_SHORT_WRITE_START, VK_ERR_COMMAND, 2000));
 }
 
 uint32_t DW2207B_SendAidTime(uint64_t handle, const VkTimeAid *time) {
@@ -67,17 +58,12 @@ uint32_t DW2207B_SendAidTime(uint64_t handle, const VkTimeAid *time) {
     } else {
         Vk_GetCurrentDateTime(&t);
     }
-    char cmd[349];
-    snprintf(cmd, sizeof cmd, "%s,%d,%d,%d,%d,%d,%d,%d", "$AIDTIME", t.year, t.month, t.day, t.hour,
-             t.minute, t.second, 0);
-    uint32_t len = Vk_NMEA_AppendTrailer(cmd, sizeof cmd);
-    vk_log(" AID TIME cmd: %s", cmd);
-    uint32_t sent = 0;
-    if (!write_all(handle, cmd, len, &sent)) {
-        vk_log("[ERROR] send time failed,actual_send:%d,len:%d\n", int(sent), int(len));
-        return 0x201;
-    }
-    return DW2207B_ReadUartAndCheckNmeaRspWithTimeout(handle, kAck, 3000);
+    char body[VK_SENTENCE_SIZE];
+    snprintf(body, sizeof body, "%s,%d,%d,%d,%d,%d,%d,%d", "$AIDTIME", t.year, t.month, t.day,
+             t.hour, t.minute, t.second, 0);
+    return Vk_SendSentence(
+        handle, body,
+        command(" AID TIME cmd: %s", VK_SHORT_WRITE_TIME, DW2207B_ERR_WRITE_TIME, 3000));
 }
 
 uint32_t DW2207B_SendAidPos(uint64_t handle, const VkPosAid *pos) {
@@ -98,24 +84,19 @@ uint32_t DW2207B_SendAidPos(uint64_t handle, const VkPosAid *pos) {
         lon_dir = 'W';
         lon = -lon;
     }
-    char cmd[352];
-    snprintf(cmd, sizeof cmd, "%s,%0.6f,%c,%0.6f,%c,%0.1f", "$AIDPOS", lat, lat_dir, lon, lon_dir,
+    char body[VK_SENTENCE_SIZE];
+    snprintf(body, sizeof body, "%s,%0.6f,%c,%0.6f,%c,%0.1f", "$AIDPOS", lat, lat_dir, lon, lon_dir,
              alt);
-    uint32_t len = Vk_NMEA_AppendTrailer(cmd, sizeof cmd);
-    vk_log(" AID POS cmd: %s", cmd);
-    uint32_t sent = 0;
-    if (!write_all(handle, cmd, len, &sent)) {
-        vk_log("[ERROR] uart send failed,actual_send:%d,len:%d\n", int(sent), int(len));
-        return 0x202;
-    }
-    return DW2207B_ReadUartAndCheckNmeaRspWithTimeout(handle, kAck, 3000);
+    return Vk_SendSentence(
+        handle, body,
+        command(" AID POS cmd: %s", VK_SHORT_WRITE_UART, DW2207B_ERR_WRITE_POS, 3000));
 }
 
 uint32_t DW2207B_SendEphData(uint64_t handle, const char *path) {
     FILE *f = fopen(path, "rb");
     if (f == nullptr) {
         perror("fopen");
-        return 0x204;
+        return DW2207B_ERR_EPH_OPEN;
     }
     fseek(f, 0, SEEK_END);
     long size_l = ftell(f);
@@ -134,7 +115,7 @@ uint32_t DW2207B_SendEphData(uint64_t handle, const char *path) {
         if (got == 0) break;  // end of file
         if (got < 3 || frame[0] != 0xD3 || (frame[1] & 0xFC) != 0) {
             vk_log("[ERROR] There is an issue with the ephemeris file.\n");
-            result = 0x206;
+            result = DW2207B_ERR_EPH_FILE;
             break;
         }
         uint32_t length = uint32_t(frame[1] & 3) * 256 + frame[2];
@@ -148,7 +129,7 @@ uint32_t DW2207B_SendEphData(uint64_t handle, const char *path) {
             vk_log("[ERROR] EPH file crc failed.\n");
             vk_log("[ERROR] errror: %02X %02X %02X\n", frame[length + 3], frame[length + 4],
                    frame[length + 5]);
-            result = 0x206;
+            result = DW2207B_ERR_EPH_FILE;
             break;
         }
         sent += int(serial_write(handle, frame, length + 6));

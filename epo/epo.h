@@ -6,14 +6,19 @@
 // The platforms differ only in data and a few small functions, gathered in an
 // EpoDialect: file-name tables, the type-to-mode table, system letters, the
 // PRN rule, the command sentences, the acknowledgement rule and the wording
-// of a few messages. Each platform's named functions are thin entries that
-// pass its dialect.
+// of a few messages. Each platform's entries pass its dialect.
 #pragma once
 
 #include <cstdint>
+#include <algorithm>
 #include <cstdio>
+#include <string>
+
+#include <span>
 
 #include "core/options.h"
+#include "toolkit/reply.h"
+#include "toolkit/session.h"
 #include "toolkit/text.h"
 
 enum : uint32_t {
@@ -63,65 +68,61 @@ struct EpoLetter {
     const char *letter;
 };
 
-// How one platform speaks. Every table is searched in order, first match wins.
-struct EpoDialect {
-    const char *platform;  // "AG33XX" in step lines such as "AG33XX Send Time ret"
+// File names and the types they stand for, and what each type means for
+// the transfer. Every table is searched in order, first match wins.
+struct EpoFiles {
+    std::span<const EpoNameRule> offline_names;
+    std::span<const EpoNameRule> online_names;  // days unused
+    std::span<const EpoTypeValue> modes;        // type -> transfer mode
+    std::span<const EpoLetter> letters;         // type -> system letter of begin/end frames
+    // Satellite lists of types without a header: type -> count (1 .. count); others 32.
+    std::span<const EpoTypeValue> plain_lists;
+    std::span<const int32_t> header_types;         // types whose files start with a header record
+    std::span<const int32_t> pair_types;           // GPS+GLONASS types sent as 32 + 24 records
+    int32_t pair_gps_mask = 0;                     // mode & mask: the mode of the GPS records
+    int32_t pair_glo_mask = 0;                     // mode & mask: the mode of the GLONASS records
+    std::span<const EpoTypeValue> status_systems;  // type -> first system of the status query
+    bool prn_by_mode = false;                      // the record PRN rule is keyed by mode, not type
+    bool check_prn = false;  // refuse a record whose PRN is not the expected one
+};
 
-    // File names and types.
-    const EpoNameRule *offline_names;
-    int offline_name_count;
-    const EpoNameRule *online_names;  // days unused
-    int online_name_count;
-    const EpoTypeValue *modes;  // type -> transfer mode
-    int mode_count;
-    const EpoLetter *letters;  // type -> system letter of begin/end frames
-    int letter_count;
-    bool prn_by_mode;  // the record PRN rule is keyed by mode, not type
-    bool check_prn;    // refuse a record whose PRN is not the expected one
-    // Satellite lists of types without a header: type -> count (1 .. count).
-    const EpoTypeValue *plain_lists;
-    int plain_list_count;
-    const int32_t *header_types;  // types whose files start with a header record
-    int header_type_count;
-    const int32_t *pair_types;  // GPS+GLONASS types sent as 32 + 24 records
-    int pair_type_count;
-    int32_t pair_gps_mask;               // mode & mask: the mode of the GPS records
-    int32_t pair_glo_mask;               // mode & mask: the mode of the GLONASS records
-    const EpoTypeValue *status_systems;  // type -> first system number of the status query
-    int status_system_count;
-
-    // Commands.
-    const char *start_bodies[5];  // index 1..4; null: no such start way
-    const char *start_log;        // log format of the restart, "%s" is the sentence
-    const char *command_log;      // log format of the other commands
-    const char *restart_report;   // the report that shows the restart is done
-    const char *time_address;
-    const char *pos_address;
-    const char *clear_address;
-    const char *clear_log;
-    const char *status_address;
-    bool status_full_expect;  // the status report repeats "<address>,<system>"
-    const char *record_address;
-    const char *lat_lon_line;  // logged before the position is sent
-    // Builds the time sentence body into out from the date and the time aid.
-    void (*time_body)(char *out, size_t size, const int *ymdhms, const VkTimeAid *time);
-    // Builds the position sentence body.
-    void (*pos_body)(char *out, size_t size, double lat, double lon, double alt);
-    // Builds the record sentence body.
-    void (*record_body)(char *out, size_t size, int mode, int prn, const uint8_t *record);
+// The command sentences and how their replies are judged.
+struct EpoCommands {
+    const char *start_bodies[5] = {};  // index 1..4; null: no such start way
+    const char *restart_report = "";   // the report that shows the restart is done
+    const char *time_address = "";
+    const char *pos_address = "";
+    const char *clear_address = "";
+    const char *status_address = "";
+    bool status_full_expect = false;  // the status report repeats "<address>,<system>"
+    const char *record_address = "";
+    // Builds the time sentence body from the date (year .. second) and the time aid.
+    void (*time_body)(char *out, size_t size, const int *ymdhms, const VkTimeAid *time) = nullptr;
+    void (*pos_body)(char *out, size_t size, double lat, double lon, double alt) = nullptr;
+    void (*record_body)(char *out, size_t size, int mode, int prn, const uint8_t *record) = nullptr;
     // Judges one read for the acknowledgement of the command at address.
-    uint32_t (*check_ack)(const char *buf, uint32_t len, const char *address, uint32_t current);
+    VkReplyCheck check_ack = nullptr;
     // Judges one read for a report.
-    uint32_t (*check_report)(const char *buf, uint32_t len, const char *expected, uint32_t current);
-    bool log_record_after_write;  // "[DEBUG] Send VEPO cmd: %s\n"
+    VkReplyCheck check_report = nullptr;
+};
 
-    // Entries.
-    const char *online_entry_line;
-    const char *offline_entry_line;
-    VkOptionRules online_rules;
-    VkOptionRules offline_rules;
-    const char *online_usage;
-    const char *offline_usage;
+// How the commands are logged.
+struct EpoTexts {
+    const char *start_log = "";    // the restart sentence ("%s")
+    const char *command_log = "";  // the other commands
+    const char *clear_log = "";
+    const char *lat_lon_line = "";           // logged before the position is sent
+    const char *record_log_after = nullptr;  // each record sentence, after its write
+};
+
+// How one platform speaks.
+struct EpoDialect {
+    const char *platform = "";  // "AG33XX" in step lines such as "AG33XX Send Time ret"
+    EpoFiles files;
+    EpoCommands commands;
+    EpoTexts texts;
+    VkSessionRules online;  // entry line, option rules, usage and port messages
+    VkSessionRules offline;
 };
 
 // --- files (decoding, names, tables) ------------------------------------------
@@ -131,17 +132,19 @@ void epo_to_agnss_info(const EpoInfo *epo, VkAgnssInfo *agnss);
 void epo_set_type(int32_t type);
 int32_t epo_get_type();
 int32_t epo_prn_of_record(int32_t key, const uint8_t *record);
+// The PRN a record carries by the dialect's rule (keyed by type, or by the 1-based mode).
+int32_t epo_record_prn(const EpoDialect *d, int32_t type_or_mode, const uint8_t *record);
 void epo_parse_header(const char *hex_text, uint8_t *sv_list, int max_bits, int *count);
 int32_t epo_system_letter(const EpoDialect *d, int32_t type, char *dst, size_t size);
 int32_t epo_offline_type(const EpoDialect *d, const char *file_name, int32_t *day_count);
 int32_t epo_online_type(const EpoDialect *d, const char *file_name);
 int32_t epo_mode_of_type(const EpoDialect *d, int32_t type);
 const char *epo_type_text(int32_t type);
+inline bool epo_type_in(int32_t type, std::span<const int32_t> types) {
+    return std::find(types.begin(), types.end(), type) != types.end();
+}
 
 // --- sentence commands -----------------------------------------------------------
-uint32_t epo_wait_ack(const EpoDialect *d, uint64_t port, const char *address, uint32_t timeout_ms);
-uint32_t epo_wait_report(const EpoDialect *d, uint64_t port, const char *expected,
-                         uint32_t timeout_ms);
 uint32_t epo_send_start_way(const EpoDialect *d, uint64_t port, int way);
 uint32_t epo_send_time(const EpoDialect *d, uint64_t port, const VkTimeAid *time);
 uint32_t epo_send_pos(const EpoDialect *d, uint64_t port, const VkPosAid *pos);
@@ -149,13 +152,11 @@ uint32_t epo_query_status(const EpoDialect *d, uint64_t port);
 uint32_t epo_clear(const EpoDialect *d, uint64_t port);
 uint32_t epo_send_record(const EpoDialect *d, uint64_t port, const uint8_t *record, int mode,
                          int expected_sv);
-// The acknowledgement and report checks of the two dialects.
-uint32_t epo_check_pair_ack(const char *buf, uint32_t len, const char *address, uint32_t current);
-uint32_t epo_check_pair_report(const char *buf, uint32_t len, const char *expected,
-                               uint32_t current);
-uint32_t epo_check_pvnk_ack(const char *buf, uint32_t len, const char *address, uint32_t current);
-uint32_t epo_check_pvnk_report(const char *buf, uint32_t len, const char *expected,
-                               uint32_t current);
+// What the acknowledgement checks share: the reply's text from found to its
+// CR LF, and the split of "body*cs" with the weak checksum comparison (a
+// mismatch is logged).
+std::string epo_reply_text(const char *found, const char *buf, uint32_t len);
+bool epo_split_and_check(const std::string &text, std::string *body);
 // Appends a record's 18 little-endian words to the text of length len in out,
 // each as ",%X" or, with fixed_width, ",%08X".
 void epo_append_record_words(char *out, size_t size, int len, const uint8_t *record,

@@ -147,6 +147,10 @@ int32_t epo_prn_of_record(int32_t key, const uint8_t *record) {
     }
 }
 
+int32_t epo_record_prn(const EpoDialect *d, int32_t type_or_mode, const uint8_t *record) {
+    return epo_prn_of_record(d->files.prn_by_mode ? type_or_mode - 1 : type_or_mode, record);
+}
+
 void epo_parse_header(const char *hex_text, uint8_t *sv_list, int max_bits, int *count) {
     uint8_t header[EPO_RECORD_SIZE] = {0};
     size_t chars = strlen(hex_text);
@@ -162,9 +166,9 @@ void epo_parse_header(const char *hex_text, uint8_t *sv_list, int max_bits, int 
 }
 
 int32_t epo_system_letter(const EpoDialect *d, int32_t type, char *dst, size_t size) {
-    for (int i = 0; i < d->letter_count; ++i) {
-        if (d->letters[i].type != type) continue;
-        if (size > 0) snprintf(dst, size, "%s", d->letters[i].letter);
+    for (const EpoLetter &l : d->files.letters) {
+        if (l.type != type) continue;
+        if (size > 0) snprintf(dst, size, "%s", l.letter);
         return 0;
     }
     vk_log("[ERROR] Invalid EPO type\n");
@@ -173,8 +177,7 @@ int32_t epo_system_letter(const EpoDialect *d, int32_t type, char *dst, size_t s
 
 int32_t epo_offline_type(const EpoDialect *d, const char *file_name, int32_t *day_count) {
     if (file_name == nullptr) return -1;
-    for (int i = 0; i < d->offline_name_count; ++i) {
-        const EpoNameRule &rule = d->offline_names[i];
+    for (const EpoNameRule &rule : d->files.offline_names) {
         const char *at = strstr(file_name, rule.text);
         if (at == nullptr) continue;
         // The day count of a numbered name follows its eight-character prefix.
@@ -190,15 +193,15 @@ int32_t epo_online_type(const EpoDialect *d, const char *file_name) {
         vk_log("[ERROR] invalid Filename parameter");
         return -1;
     }
-    for (int i = 0; i < d->online_name_count; ++i)
-        if (strstr(file_name, d->online_names[i].text)) return d->online_names[i].type;
+    for (const EpoNameRule &rule : d->files.online_names)
+        if (strstr(file_name, rule.text)) return rule.type;
     vk_log("[ERROR] Invalid EPO file name: %s\n", file_name);
     return -1;
 }
 
 int32_t epo_mode_of_type(const EpoDialect *d, int32_t type) {
-    for (int i = 0; i < d->mode_count; ++i)
-        if (d->modes[i].type == type) return d->modes[i].value;
+    for (const EpoTypeValue &m : d->files.modes)
+        if (m.type == type) return m.value;
     vk_log("[ERROR] get mode failed with type[%d]", type);
     return -1;
 }

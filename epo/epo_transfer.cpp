@@ -11,12 +11,6 @@ namespace {
 
 enum { BIN_BEGIN = 0, BIN_DATA = 1, BIN_END = 2 };
 
-bool type_in(int32_t type, const int32_t *types, int count) {
-    for (int i = 0; i < count; ++i)
-        if (types[i] == type) return true;
-    return false;
-}
-
 float percent(uint32_t sent, uint32_t total) { return float(100.0f * float(sent) / float(total)); }
 
 void print_progress(float p) { vk_log("[PROGRESS] %.2f%%\r\n", double(p)); }
@@ -270,7 +264,7 @@ uint32_t epo_read_sv_list(const EpoDialect *d, FILE *f, int32_t type, uint8_t *l
                           int *count, uint32_t *header_bytes) {
     *count = 0;
     *header_bytes = 0;
-    if (type_in(type, d->header_types, d->header_type_count)) {
+    if (epo_type_in(type, d->files.header_types)) {
         uint8_t header[EPO_RECORD_SIZE];
         size_t n = fread(header, 1, EPO_RECORD_SIZE, f);
         if (n == 0) {
@@ -284,8 +278,8 @@ uint32_t epo_read_sv_list(const EpoDialect *d, FILE *f, int32_t type, uint8_t *l
         return 0;
     }
     int plain = 32;
-    for (int i = 0; i < d->plain_list_count; ++i)
-        if (d->plain_lists[i].type == type) plain = d->plain_lists[i].value;
+    for (const EpoTypeValue &p : d->files.plain_lists)
+        if (p.type == type) plain = p.value;
     for (int i = 0; i < plain && i < size; ++i) list[i] = uint8_t(i + 1);
     *count = plain < size ? plain : size;
     return 0;
@@ -306,7 +300,7 @@ uint32_t epo_send_file_offline(const EpoDialect *d, uint64_t port, const char *p
     uint32_t size = 0;
     FILE *f = open_to_send(path, name, &size);
     if (f == nullptr) return EPO_ERR_OPEN;
-    uint32_t ret = type_in(type, d->pair_types, d->pair_type_count)
+    uint32_t ret = epo_type_in(type, d->files.pair_types)
                        ? send_pair_offline(port, f, name, size, days)
                        : send_single_offline(d, port, f, name, type, size);
     if (ret == 0) vk_log("[INFO] send %s OK\n", name);
@@ -334,10 +328,10 @@ uint32_t epo_send_file_online(const EpoDialect *d, uint64_t port, const char *pa
     uint32_t sent = 0;
     uint32_t ret = 0;
 
-    if (type_in(type, d->pair_types, d->pair_type_count)) {
+    if (epo_type_in(type, d->files.pair_types)) {
         // Only the first segment goes out: 32 GPS records, then 24 GLONASS.
         const int counts[2] = {32, 24};
-        const int modes[2] = {mode & d->pair_gps_mask, mode & d->pair_glo_mask};
+        const int modes[2] = {mode & d->files.pair_gps_mask, mode & d->files.pair_glo_mask};
         for (int half = 0; half < 2 && ret == 0; ++half) {
             for (int r = 0; r < counts[half]; ++r) {
                 size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);

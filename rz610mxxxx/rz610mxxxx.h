@@ -3,9 +3,18 @@
 // keyed by mode, its acknowledgement rule and its restart report.
 #pragma once
 
-#include "epo/epo_names.h"
+#include "epo/epo.h"
+
+// A command refused, or its acknowledgement malformed.
+enum : uint32_t { RZ610MXXXX_ERR_ACK = 0x110 };
 
 extern const EpoDialect RZ610MXXXX_Dialect;
-extern const EpoTypeValue RZ610MXXXX_EpoInfoTable[20];
 
-EPO_DECLARE_NAMES(RZ610MXXXX)
+uint32_t RZ610MXXXX_AgnssOnline(int argc, char **argv);
+uint32_t RZ610MXXXX_AgnssOffline(int argc, char **argv);
+
+// The acknowledgement (the command's own name with "OK") and report checks.
+uint32_t RZ610MXXXX_CheckNmeaCmdRsp(const char *buf, uint32_t len, const char *address,
+                                    uint32_t current);
+uint32_t RZ610MXXXX_CheckNmeaRpt(const char *buf, uint32_t len, const char *expected,
+                                 uint32_t current);

@@ -49,35 +49,55 @@ int Vk_ProcessSerialData(char *buf, uint32_t *len, char *carry, uint32_t *carry_
     return 1;
 }
 
-uint32_t Vk_WaitReply(uint64_t handle, const char *expected, VkReplyCheck check,
-                      const VkReplyWait *how) {
-    uint32_t result = how->initial;
+uint32_t Vk_WaitReply(uint64_t handle, const VkReplyWait &how, VkReplyJudge judge, void *state) {
+    uint32_t result = how.initial;
     // One byte more than a slice reads keeps the text NUL-terminated.
-    char *buf = static_cast<char *>(malloc(VK_REPLY_BUFFER + 1));
+    const uint32_t size = how.read_size;
+    char *buf = static_cast<char *>(malloc(size + 1));
     if (buf == nullptr) {
         perror("malloc");
-        return how->no_memory;
+        return how.no_memory;
     }
     char carry[VK_REPLY_CARRY];
     uint32_t carry_len = 0;
     uint64_t start = Vk_ClockGetTimeMs();
     uint64_t elapsed = 0;
     for (;;) {
-        memset(buf, 0, VK_REPLY_BUFFER + 1);
-        uint32_t n = serial_read(handle, buf, VK_REPLY_BUFFER, VK_REPLY_SLICE_MS);
+        memset(buf, 0, size + 1);
+        uint32_t n = serial_read(handle, buf, size, how.slice_ms);
         if (n == 0) {
-            result = how->nothing_read;
+            result = how.nothing_read;
         } else {
-            if (how->join_partial)
-                Vk_ProcessSerialData(buf, &n, carry, &carry_len, VK_REPLY_BUFFER, VK_REPLY_CARRY);
-            if (how->echo) {
+            if (how.join_partial)
+                Vk_ProcessSerialData(buf, &n, carry, &carry_len, size, VK_REPLY_CARRY);
+            if (how.echo) {
                 printf("[%llu] %s\n", (unsigned long long)Vk_ClockGetTimeMs(), buf);
                 fflush(stdout);
             }
-            result = check(buf, n, expected, result);
+            result = judge(state, buf, n, result);
         }
-        if (result == 0 || Vk_CalculateElapsedTime(start, how->timeout_ms, &elapsed)) break;
+        if (result == 0 || Vk_CalculateElapsedTime(start, how.timeout_ms, &elapsed)) break;
     }
     free(buf);
     return result;
+}
+
+namespace {
+
+struct TextCheck {
+    const char *expected;
+    VkReplyCheck check;
+};
+
+uint32_t judge_text(void *state, const char *buf, uint32_t len, uint32_t current) {
+    const TextCheck *t = static_cast<const TextCheck *>(state);
+    return t->check(buf, len, t->expected, current);
+}
+
+}  // namespace
+
+uint32_t Vk_WaitReply(uint64_t handle, const char *expected, VkReplyCheck check,
+                      const VkReplyWait &how) {
+    TextCheck text{expected, check};
+    return Vk_WaitReply(handle, how, judge_text, &text);
 }

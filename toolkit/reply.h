@@ -5,19 +5,12 @@
 
 #include <cstdint>
 
+#include "core/result.h"
+
 // Judges one read. buf holds len bytes and a terminating NUL; current is the
 // wait's result so far, which a checker may keep when the read says nothing.
 typedef uint32_t (*VkReplyCheck)(const char *buf, uint32_t len, const char *expected,
                                  uint32_t current);
-
-struct VkReplyWait {
-    uint32_t timeout_ms;    // the overall deadline
-    uint32_t initial;       // the result before anything was read
-    uint32_t nothing_read;  // the result of a slice that brought no byte
-    uint32_t no_memory;     // the result when the receive buffer cannot be had
-    bool join_partial;      // carry a trailing partial sentence into the next read
-    bool echo;              // print every read as "[<ms clock>] <text>\n"
-};
 
 enum : uint32_t {
     VK_REPLY_BUFFER = 10240,  // bytes read per slice at most
@@ -25,8 +18,28 @@ enum : uint32_t {
     VK_REPLY_CARRY = 128,     // longest partial sentence carried over
 };
 
+struct VkReplyWait {
+    uint32_t timeout_ms = 2000;               // the overall deadline
+    uint32_t initial = VK_ERR_COMMAND;        // the result before anything was read
+    uint32_t nothing_read = VK_ERR_NO_REPLY;  // the result of a slice that brought no byte
+    uint32_t no_memory = VK_ERR_MEMORY;       // the result when no receive buffer can be had
+    uint32_t read_size = VK_REPLY_BUFFER;     // bytes one slice reads at most
+    uint32_t slice_ms = VK_REPLY_SLICE_MS;    // read time-out of one slice
+    bool join_partial = false;  // carry a trailing partial sentence into the next read
+    bool echo = false;          // print every read as "[<ms clock>] <text>\n"
+};
+
+// Judges one read with the caller's own state: buf holds len bytes and a
+// terminating NUL; current is the wait's result so far.
+using VkReplyJudge = uint32_t (*)(void *state, const char *buf, uint32_t len, uint32_t current);
+
+// Reads the port in slices until judge returns 0 or the deadline passes;
+// returns the last verdict (or nothing_read after a silent slice).
+uint32_t Vk_WaitReply(uint64_t handle, const VkReplyWait &how, VkReplyJudge judge, void *state);
+
+// The same with a text check and the text it looks for.
 uint32_t Vk_WaitReply(uint64_t handle, const char *expected, VkReplyCheck check,
-                      const VkReplyWait *how);
+                      const VkReplyWait &how);
 
 // Joins a carried partial sentence in front of the len bytes of buf and
 // carries a new partial tail (from the last '$' when the data does not end in

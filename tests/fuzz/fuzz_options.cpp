@@ -31,9 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     for (std::string &w : words) argv.push_back(&w[0]);
     argv.push_back(nullptr);
     int argc = int(words.size());
-    const VkOptionRules *rules[] = {&AG33XX_Dialect.online_rules, &AG33XX_Dialect.offline_rules,
-                                    &RZ610MXXXX_Dialect.online_rules,
-                                    &RZ610MXXXX_Dialect.offline_rules};
+    const VkOptionRules *rules[] = {&AG33XX_Dialect.online.options, &AG33XX_Dialect.offline.options,
+                                    &RZ610MXXXX_Dialect.online.options,
+                                    &RZ610MXXXX_Dialect.offline.options};
     for (const VkOptionRules *r : rules) {
         VkOptions opts;
         vk_parse_options(argc, argv.data(), r, &opts);

@@ -5,7 +5,8 @@
 #include <cstring>
 #include <vector>
 
-#include "epo/epo.h"
+#include "ag33xx/ag33xx.h"
+#include "rz610mxxxx/rz610mxxxx.h"
 #include "toolkit/reply.h"
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
@@ -26,11 +27,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         memcpy(buf.data(), data + from, to - from);
         uint32_t len = uint32_t(to - from);
         Vk_ProcessSerialData(buf.data(), &len, carry, &carry_len, VK_REPLY_BUFFER, VK_REPLY_CARRY);
-        epo_check_pair_ack(buf.data(), len, "$PAIR590", 0);
-        epo_check_pair_report(buf.data(), len, "$PAIR470,0", 0);
-        epo_check_pair_report(buf.data(), len, "$PAIR011", 0);
-        epo_check_pvnk_ack(buf.data(), len, "$PVNKAIDTIME", 0);
-        epo_check_pvnk_report(buf.data(), len, "GGA", 0);
+        AG33XX_CheckNmeaCmdRsp(buf.data(), len, "$PAIR590", 0);
+        AG33XX_CheckNmeaRpt(buf.data(), len, "$PAIR470,0", 0);
+        AG33XX_CheckNmeaRpt(buf.data(), len, "$PAIR011", 0);
+        RZ610MXXXX_CheckNmeaCmdRsp(buf.data(), len, "$PVNKAIDTIME", 0);
+        RZ610MXXXX_CheckNmeaRpt(buf.data(), len, "GGA", 0);
         Vk_ContainsText(buf.data(), len, "$OK*04");
     }
     return 0;

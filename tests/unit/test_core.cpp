@@ -11,7 +11,7 @@
 #include "core/getopt.h"
 #include "core/log.h"
 #include "core/options.h"
-#include "core/platform.h"
+#include "core/result.h"
 
 namespace {
 
@@ -28,17 +28,7 @@ struct Args {
     char **argv() { return ptrs.data(); }
 };
 
-const VkOptionRules kCommon = {"m:o:p:b:f::b:s::u::l::R:T:",
-                               nullptr,
-                               0,
-                               0,
-                               nullptr,
-                               nullptr,
-                               nullptr,
-                               false,
-                               false,
-                               false,
-                               false};
+const VkOptionRules kCommon = {.optstring = "m:o:p:b:f::b:s::u::l::R:T:"};
 
 }  // namespace
 
@@ -237,7 +227,6 @@ TEST(Options, BackendStartWayTable) {
         {"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}, {"FULLCOLD", 3}};
     VkOptionRules rules = kCommon;
     rules.start_ways = names;
-    rules.start_way_count = 5;
     testing::internal::CaptureStdout();
     EXPECT_EQ(vk_parse_start_way("fullcold", &rules), 3);
     testing::internal::GetCapturedStdout();

@@ -54,7 +54,7 @@ EpoInfo decode(const std::vector<uint8_t> &bytes, std::string *out = nullptr) {
     TempFile f("x.DAT", bytes);
     EpoInfo info;
     testing::internal::CaptureStdout();
-    AG33XX_GetEpoInfoByDecodeFile(&info, f.path.c_str());
+    epo_decode_file(&info, f.path.c_str());
     std::string text = testing::internal::GetCapturedStdout();
     if (out) *out = mask_stamps(text);
     return info;
@@ -67,13 +67,13 @@ EpoInfo decode(const std::vector<uint8_t> &bytes, std::string *out = nullptr) {
 TEST(EpoNames, OfflineNamesGiveTypeAndDays) {
     int32_t days = -5;
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_GetOfflineEphTypeAndDayCnt("/x/EPO_GPS_3_1.DAT", &days), 0);
+    EXPECT_EQ(epo_offline_type(&AG33XX_Dialect, "/x/EPO_GPS_3_1.DAT", &days), 0);
     EXPECT_EQ(days, 3);
-    EXPECT_EQ(AG33XX_GetOfflineEphTypeAndDayCnt("EPO_BDS_3.DAT", &days), 3);
-    EXPECT_EQ(AG33XX_GetOfflineEphTypeAndDayCnt("EPO_GR_3_2.DAT", &days), 1);
-    EXPECT_EQ(AG33XX_GetOfflineEphTypeAndDayCnt("EPO_GAL_7.DAT", &days), 2);
+    EXPECT_EQ(epo_offline_type(&AG33XX_Dialect, "EPO_BDS_3.DAT", &days), 3);
+    EXPECT_EQ(epo_offline_type(&AG33XX_Dialect, "EPO_GR_3_2.DAT", &days), 1);
+    EXPECT_EQ(epo_offline_type(&AG33XX_Dialect, "EPO_GAL_7.DAT", &days), 2);
     EXPECT_EQ(days, 7);
-    EXPECT_EQ(AG33XX_GetOfflineEphTypeAndDayCnt("EPO_GAL_X.DAT", &days), 2);
+    EXPECT_EQ(epo_offline_type(&AG33XX_Dialect, "EPO_GAL_X.DAT", &days), 2);
     EXPECT_EQ(days, 0);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_EQ(out,
@@ -85,22 +85,22 @@ TEST(EpoNames, OfflineNamesGiveTypeAndDays) {
 TEST(EpoNames, UnknownOrNullOfflineNameLeavesDaysAlone) {
     int32_t days = 42;
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_GetOfflineEphTypeAndDayCnt("VGPS.DAT", &days), -1);
-    EXPECT_EQ(AG33XX_GetOfflineEphTypeAndDayCnt(nullptr, &days), -1);
+    EXPECT_EQ(epo_offline_type(&AG33XX_Dialect, "VGPS.DAT", &days), -1);
+    EXPECT_EQ(epo_offline_type(&AG33XX_Dialect, nullptr, &days), -1);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(days, 42);
 }
 
 TEST(EpoNames, OnlineNames) {
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_GetOnlineEphType("VGPS.DAT"), 0);
-    EXPECT_EQ(AG33XX_GetOnlineEphType("VBD2.DAT"), 3);
-    EXPECT_EQ(AG33XX_GetOnlineEphType("VGA.DAT"), 2);
-    EXPECT_EQ(AG33XX_GetOnlineEphType("VG_R.DAT"), 1);
+    EXPECT_EQ(epo_online_type(&AG33XX_Dialect, "VGPS.DAT"), 0);
+    EXPECT_EQ(epo_online_type(&AG33XX_Dialect, "VBD2.DAT"), 3);
+    EXPECT_EQ(epo_online_type(&AG33XX_Dialect, "VGA.DAT"), 2);
+    EXPECT_EQ(epo_online_type(&AG33XX_Dialect, "VG_R.DAT"), 1);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_GetOnlineEphType("EPO_GPS_3_1.DAT"), -1);
-    EXPECT_EQ(AG33XX_GetOnlineEphType(nullptr), -1);
+    EXPECT_EQ(epo_online_type(&AG33XX_Dialect, "EPO_GPS_3_1.DAT"), -1);
+    EXPECT_EQ(epo_online_type(&AG33XX_Dialect, nullptr), -1);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] Invalid EPO file name: EPO_GPS_3_1.DAT\n"
               "[SSS.mmm][ERROR] invalid Filename parameter");
@@ -122,11 +122,11 @@ TEST(EpoNames, Rz610OfflineNames) {
     testing::internal::CaptureStdout();
     for (const Case &c : cases) {
         int32_t days = -9;
-        EXPECT_EQ(RZ610MXXXX_GetOfflineEphTypeAndDayCnt(c.name, &days), c.type) << c.name;
+        EXPECT_EQ(epo_offline_type(&RZ610MXXXX_Dialect, c.name, &days), c.type) << c.name;
         EXPECT_EQ(days, c.days) << c.name;
     }
     int32_t days = -9;
-    EXPECT_EQ(RZ610MXXXX_GetOfflineEphTypeAndDayCnt("ELPO_XYZ.DAT", &days), -1);
+    EXPECT_EQ(epo_offline_type(&RZ610MXXXX_Dialect, "ELPO_XYZ.DAT", &days), -1);
     testing::internal::GetCapturedStdout();
 }
 
@@ -136,17 +136,17 @@ TEST(EpoNames, Rz610OnlineNames) {
         {"VELPO_GPS.DAT", 10},  {"VELPO_GLO.DAT", 11}, {"VELPO_GAL.DAT", 12}, {"VELPO_BDS.DAT", 13},
         {"VELPO_QZSS.DAT", 14}, {"VELPO_GR.DAT", 15}};
     for (const auto &c : cases)
-        EXPECT_EQ(RZ610MXXXX_GetOnlineEphType(c.first), c.second) << c.first;
+        EXPECT_EQ(epo_online_type(&RZ610MXXXX_Dialect, c.first), c.second) << c.first;
 }
 
 TEST(EpoNames, ModesFromTables) {
-    for (int t = 0; t < 4; ++t) EXPECT_EQ(AG33XX_GetEpoModeFromTable(t), t);
+    for (int t = 0; t < 4; ++t) EXPECT_EQ(epo_mode_of_type(&AG33XX_Dialect, t), t);
     const int32_t rz[][2] = {{0, 1},  {1, 3},  {2, 3},  {3, 4},  {10, 1}, {11, 2},
                              {12, 3}, {13, 4}, {14, 5}, {15, 3}, {-1, 0}};
-    for (const auto &r : rz) EXPECT_EQ(RZ610MXXXX_GetEpoModeFromTable(r[0]), r[1]);
+    for (const auto &r : rz) EXPECT_EQ(epo_mode_of_type(&RZ610MXXXX_Dialect, r[0]), r[1]);
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_GetEpoModeFromTable(7), -1);
-    EXPECT_EQ(RZ610MXXXX_GetEpoModeFromTable(4), -1);
+    EXPECT_EQ(epo_mode_of_type(&AG33XX_Dialect, 7), -1);
+    EXPECT_EQ(epo_mode_of_type(&RZ610MXXXX_Dialect, 4), -1);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] get mode failed with type[7][SSS.mmm][ERROR] get mode failed with "
               "type[4]");
@@ -154,30 +154,30 @@ TEST(EpoNames, ModesFromTables) {
 
 TEST(EpoNames, SystemLetters) {
     char s[4];
-    EXPECT_EQ(AG33XX_GetEpoSysShortFromEpoType(0, s, sizeof s), 0);
+    EXPECT_EQ(epo_system_letter(&AG33XX_Dialect, 0, s, sizeof s), 0);
     EXPECT_STREQ(s, "G");
-    EXPECT_EQ(AG33XX_GetEpoSysShortFromEpoType(2, s, sizeof s), 0);
+    EXPECT_EQ(epo_system_letter(&AG33XX_Dialect, 2, s, sizeof s), 0);
     EXPECT_STREQ(s, "E");
-    EXPECT_EQ(AG33XX_GetEpoSysShortFromEpoType(3, s, sizeof s), 0);
+    EXPECT_EQ(epo_system_letter(&AG33XX_Dialect, 3, s, sizeof s), 0);
     EXPECT_STREQ(s, "C");
-    EXPECT_EQ(RZ610MXXXX_GetEpoSysShortFromEpoType(4, s, sizeof s), 0);
+    EXPECT_EQ(epo_system_letter(&RZ610MXXXX_Dialect, 4, s, sizeof s), 0);
     EXPECT_STREQ(s, "R");
-    EXPECT_EQ(RZ610MXXXX_GetEpoSysShortFromEpoType(5, s, sizeof s), 0);
+    EXPECT_EQ(epo_system_letter(&RZ610MXXXX_Dialect, 5, s, sizeof s), 0);
     EXPECT_STREQ(s, "J");
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_GetEpoSysShortFromEpoType(1, s, sizeof s), 258);
-    EXPECT_EQ(AG33XX_GetEpoSysShortFromEpoType(4, s, sizeof s), 258);
-    EXPECT_EQ(RZ610MXXXX_GetEpoSysShortFromEpoType(1, s, sizeof s), 258);
+    EXPECT_EQ(epo_system_letter(&AG33XX_Dialect, 1, s, sizeof s), 258);
+    EXPECT_EQ(epo_system_letter(&AG33XX_Dialect, 4, s, sizeof s), 258);
+    EXPECT_EQ(epo_system_letter(&RZ610MXXXX_Dialect, 1, s, sizeof s), 258);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] Invalid EPO type\n[SSS.mmm][ERROR] Invalid EPO type\n"
               "[SSS.mmm][ERROR] Invalid EPO type\n");
 }
 
 TEST(EpoNames, CurrentType) {
-    AG33XX_SetEpoType(3);
-    EXPECT_EQ(AG33XX_GetEpoType(), 3);
-    AG33XX_SetEpoType(-1);
-    EXPECT_EQ(RZ610MXXXX_GetEpoType(), -1);
+    epo_set_type(3);
+    EXPECT_EQ(epo_get_type(), 3);
+    epo_set_type(-1);
+    EXPECT_EQ(epo_get_type(), -1);
 }
 
 // --- PRN rules ----------------------------------------------------------------
@@ -186,7 +186,7 @@ TEST(EpoPrn, ByType) {
     uint8_t rec[72] = {0};
     auto prn = [&](int32_t type, uint8_t s) {
         rec[3] = s;
-        return AG33XX_GetSvPrnFromEpo(type, rec);
+        return epo_record_prn(&AG33XX_Dialect, type, rec);
     };
     EXPECT_EQ(prn(0, 17), 17);
     EXPECT_EQ(prn(1, 65), 1);
@@ -206,7 +206,7 @@ TEST(EpoPrn, ByModeOnTheSecondPlatform) {
     uint8_t rec[72] = {0};
     auto prn = [&](int32_t mode, uint8_t s) {
         rec[3] = s;
-        return RZ610MXXXX_GetSvPrnFromEpo(mode, rec);
+        return epo_record_prn(&RZ610MXXXX_Dialect, mode, rec);
     };
     EXPECT_EQ(prn(1, 17), 17);
     EXPECT_EQ(prn(2, 66), 2);
@@ -227,10 +227,13 @@ TEST(EpoPrn, HeaderListInAscendingOrder) {
     char hex[145];
     Vk_HexGroupToString(hex, header, 72);
     uint8_t list[64] = {0};
-    AG33XX_ParseEpoDataHeadFromGalileoOrBeidou(hex, list, 64);
+    int count = 0;
+    epo_parse_header(hex, list, 64, &count);
+    EXPECT_EQ(count, 5);
     EXPECT_EQ(std::vector<int>(list, list + 5), (std::vector<int>{1, 3, 32, 33, 64}));
     uint8_t short_list[64] = {0};
-    AG33XX_ParseEpoDataHeadFromGalileoOrBeidou(hex, short_list, 32);
+    epo_parse_header(hex, short_list, 32, &count);
+    EXPECT_EQ(count, 3);
     EXPECT_EQ(std::vector<int>(short_list, short_list + 4), (std::vector<int>{1, 3, 32, 0}));
 }
 
@@ -334,7 +337,7 @@ TEST(EpoDecode, MissingFile) {
     EpoInfo info;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    AG33XX_GetEpoInfoByDecodeFile(&info, "/nonexistent/EPO_GPS_3_1.DAT");
+    epo_decode_file(&info, "/nonexistent/EPO_GPS_3_1.DAT");
     testing::internal::GetCapturedStdout();
     EXPECT_NE(testing::internal::GetCapturedStderr().find("fopen"), std::string::npos);
     EXPECT_EQ(info.type, -1);
@@ -349,7 +352,7 @@ TEST(EpoDecode, InfoLinesAreFlushedAtInfoLevel) {
     info.start_time = 2114ull * 604800 + 86400;  // week 2114, tow 86400
     info.end_time = info.start_time + 12 * 21600;
     testing::internal::CaptureStdout();
-    AG33XX_PrintfEpoInfo(&info);
+    epo_print_info(&info);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] [EPO INFO] Type: GPS + GLONASS\r\n"
               "[SSS.mmm][INFO] [EPO INFO] File Size: 48384\r\n"
@@ -359,7 +362,7 @@ TEST(EpoDecode, InfoLinesAreFlushedAtInfoLevel) {
               "[SSS.mmm][INFO] [EPO INFO] UTC: (2020-07-13 00:00:00)~(2020-07-16 00:00:00)\n");
     info.type = 7;
     testing::internal::CaptureStdout();
-    AG33XX_PrintfEpoInfo(&info);
+    epo_print_info(&info);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()).substr(0, 40),
               "[SSS.mmm][INFO] [EPO INFO] Type: \r\n[SSS.");
 }
@@ -370,7 +373,7 @@ TEST(EpoDecode, SummaryRecordMasks) {
     const std::pair<int32_t, uint32_t> masks[] = {{0, 1}, {1, 3}, {2, 4}, {3, 8}, {-1, 0}, {5, 0}};
     for (const auto &m : masks) {
         info.type = m.first;
-        AG33XX_TransferAgnssInfo(&info, &agnss);
+        epo_to_agnss_info(&info, &agnss);
         EXPECT_EQ(agnss.sys_mask, m.second);
     }
 }
@@ -380,7 +383,7 @@ TEST(EpoDecode, RealGpsFileWhenPresent) {
     if (access(path.c_str(), R_OK) != 0) GTEST_SKIP() << "no recording at " << path;
     EpoInfo info;
     testing::internal::CaptureStdout();
-    AG33XX_GetEpoInfoByDecodeFile(&info, path.c_str());
+    epo_decode_file(&info, path.c_str());
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_EQ(info.type, 0);
     EXPECT_EQ(info.file_size, 27648u);
@@ -395,29 +398,29 @@ TEST(EpoFrame, BeginFrameBytes) {
     uint8_t payload[2] = {'G', 0};
     uint8_t frame[101];
     uint32_t len = sizeof frame;
-    ASSERT_EQ(AG33XX_PackageBinFrame(AG33XX_GetMsgIdWithBinType(0), payload, 2, frame, &len), 0u);
+    ASSERT_EQ(epo_package_frame(epo_msg_id(0), payload, 2, frame, &len), 0u);
     EXPECT_EQ(len, 11u);
     const uint8_t x = 0xB0 ^ 0x04 ^ 0x02 ^ 0x00 ^ 'G' ^ 0x00;
     EXPECT_EQ(std::vector<uint8_t>(frame, frame + len),
               (std::vector<uint8_t>{0x04, 0x24, 0xB0, 0x04, 0x02, 0x00, 'G', 0x00, x, 0xAA, 0x44}));
-    EXPECT_EQ(AG33XX_GetMsgIdWithBinType(1), 1201);
-    EXPECT_EQ(AG33XX_GetMsgIdWithBinType(2), 1202);
-    EXPECT_EQ(AG33XX_GetMsgIdWithBinType(9), 1202);
+    EXPECT_EQ(epo_msg_id(1), 1201);
+    EXPECT_EQ(epo_msg_id(2), 1202);
+    EXPECT_EQ(epo_msg_id(9), 1202);
 }
 
 TEST(EpoFrame, PayloadLimits) {
     uint8_t payload[93] = {0};
     uint8_t frame[101];
     uint32_t len = sizeof frame;
-    EXPECT_EQ(AG33XX_PackageBinFrame(1201, payload, 92, frame, &len), 0u);
+    EXPECT_EQ(epo_package_frame(1201, payload, 92, frame, &len), 0u);
     EXPECT_EQ(len, 101u);
     testing::internal::CaptureStdout();
     len = sizeof frame;
-    EXPECT_EQ(AG33XX_PackageBinFrame(1201, payload, 93, frame, &len), 258u);
+    EXPECT_EQ(epo_package_frame(1201, payload, 93, frame, &len), 258u);
     len = sizeof frame;
-    EXPECT_EQ(AG33XX_PackageBinFrame(1201, payload, 0, frame, &len), 258u);
+    EXPECT_EQ(epo_package_frame(1201, payload, 0, frame, &len), 258u);
     len = sizeof frame;
-    EXPECT_EQ(AG33XX_PackageBinFrame(1201, nullptr, 4, frame, &len), 258u);
+    EXPECT_EQ(epo_package_frame(1201, nullptr, 4, frame, &len), 258u);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] MsgTotalLen[101] is not enough\n"
               "[SSS.mmm][ERROR] Para is invalid\n[SSS.mmm][ERROR] Para is invalid\n");
@@ -427,23 +430,29 @@ TEST(EpoFrame, PayloadLimits) {
 
 TEST(EpoAck, AcceptedAcknowledgement) {
     std::string ack = sentence("$PAIR001,590,0");
-    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(ack.c_str(), uint32_t(ack.size()), "$PAIR590"), 0u);
+    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(ack.c_str(), uint32_t(ack.size()), "$PAIR590", VK_ERR_COMMAND),
+              0u);
     std::string mixed = "$GNGGA,1,2*00\r\n" + ack;
-    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(mixed.c_str(), uint32_t(mixed.size()), "$PAIR590"), 0u);
+    EXPECT_EQ(
+        AG33XX_CheckNmeaCmdRsp(mixed.c_str(), uint32_t(mixed.size()), "$PAIR590", VK_ERR_COMMAND),
+        0u);
 }
 
 TEST(EpoAck, NothingOrSomethingElse) {
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp("", 0, "$PAIR590"), 512u);
+    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp("", 0, "$PAIR590", VK_ERR_COMMAND), 512u);
     std::string other = sentence("$PAIR001,600,0");
-    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(other.c_str(), uint32_t(other.size()), "$PAIR590"), 512u);
+    EXPECT_EQ(
+        AG33XX_CheckNmeaCmdRsp(other.c_str(), uint32_t(other.size()), "$PAIR590", VK_ERR_COMMAND),
+        512u);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()), "[SSS.mmm][ERROR] recv nothing");
 }
 
 TEST(EpoAck, NonZeroResult) {
     std::string nak = sentence("$PAIR001,590,1");
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(nak.c_str(), uint32_t(nak.size()), "$PAIR590"), 514u);
+    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(nak.c_str(), uint32_t(nak.size()), "$PAIR590", VK_ERR_COMMAND),
+              514u);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] check_id: 590,check_ret:1\n");
 }
@@ -463,7 +472,8 @@ TEST(EpoAck, WeakChecksumComparison) {
     EXPECT_FALSE(epo_checksum_matches("$A", "51"));
     std::string bad = "$PAIR001,590,0*99\r\n";
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PAIR590"), 514u);
+    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PAIR590", VK_ERR_COMMAND),
+              514u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm][ERROR] checksum_fix: 99,checksum_cacu:"), std::string::npos)
         << out;
@@ -472,13 +482,20 @@ TEST(EpoAck, WeakChecksumComparison) {
 TEST(EpoAck, Rz610Acknowledgement) {
     std::string ok = sentence("$PVNKAIDTIME,OK");
     testing::internal::CaptureStdout();
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(ok.c_str(), uint32_t(ok.size()), "$PVNKAIDTIME"), 0u);
+    EXPECT_EQ(
+        RZ610MXXXX_CheckNmeaCmdRsp(ok.c_str(), uint32_t(ok.size()), "$PVNKAIDTIME", VK_ERR_COMMAND),
+        0u);
     std::string fail = sentence("$PVNKAIDTIME,FAIL");
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(fail.c_str(), uint32_t(fail.size()), "$PVNKAIDTIME"),
+    EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(fail.c_str(), uint32_t(fail.size()), "$PVNKAIDTIME",
+                                         VK_ERR_COMMAND),
               272u);
     std::string bad = "$PVNKAIDTIME,OK*00\r\n";
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PVNKAIDTIME"), 272u);
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(ok.c_str(), uint32_t(ok.size()), "$PVNKAIDPOS"), 512u);
+    EXPECT_EQ(RZ610MXXXX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PVNKAIDTIME",
+                                         VK_ERR_COMMAND),
+              272u);
+    EXPECT_EQ(
+        RZ610MXXXX_CheckNmeaCmdRsp(ok.c_str(), uint32_t(ok.size()), "$PVNKAIDPOS", VK_ERR_COMMAND),
+        512u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm][DEBUG] command execution success: $PVNKAIDTIME,OK\n"),
               std::string::npos);
@@ -489,17 +506,24 @@ TEST(EpoAck, Rz610Acknowledgement) {
 
 TEST(EpoReport, RestartAndStatusReports) {
     std::string restart = sentence("$PAIR011,1,0");
-    EXPECT_EQ(AG33XX_CheckNmeaRpt(restart.c_str(), uint32_t(restart.size()), "$PAIR011"), 0u);
-    EXPECT_EQ(AG33XX_CheckNmeaRpt("", 0, "$PAIR011"), 512u);
+    EXPECT_EQ(
+        AG33XX_CheckNmeaRpt(restart.c_str(), uint32_t(restart.size()), "$PAIR011", VK_ERR_COMMAND),
+        0u);
+    EXPECT_EQ(AG33XX_CheckNmeaRpt("", 0, "$PAIR011", VK_ERR_COMMAND), 512u);
     std::string none = sentence("$PAIR470,0,0");
     std::string some = sentence("$PAIR470,0,96");
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_CheckNmeaRpt(none.c_str(), uint32_t(none.size()), "$PAIR470,0"), 768u);
-    EXPECT_EQ(AG33XX_CheckNmeaRpt(some.c_str(), uint32_t(some.size()), "$PAIR470,0"), 0u);
+    EXPECT_EQ(
+        AG33XX_CheckNmeaRpt(none.c_str(), uint32_t(none.size()), "$PAIR470,0", VK_ERR_COMMAND),
+        768u);
+    EXPECT_EQ(
+        AG33XX_CheckNmeaRpt(some.c_str(), uint32_t(some.size()), "$PAIR470,0", VK_ERR_COMMAND), 0u);
     // The count is the field one character after the expected text: with the
     // bare address that is the system number.
-    EXPECT_EQ(AG33XX_CheckNmeaRpt(some.c_str(), uint32_t(some.size()), "$PAIR470"), 768u);
-    EXPECT_EQ(AG33XX_CheckNmeaRpt(some.c_str(), uint32_t(some.size()), "$PAIR"), 512u);
+    EXPECT_EQ(AG33XX_CheckNmeaRpt(some.c_str(), uint32_t(some.size()), "$PAIR470", VK_ERR_COMMAND),
+              768u);
+    EXPECT_EQ(AG33XX_CheckNmeaRpt(some.c_str(), uint32_t(some.size()), "$PAIR", VK_ERR_COMMAND),
+              512u);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][INFO] total number of EPO data sets: 0\n"
               "[SSS.mmm][INFO] total number of EPO data sets: 96\n"
@@ -508,11 +532,14 @@ TEST(EpoReport, RestartAndStatusReports) {
 
 TEST(EpoReport, Rz610Reports) {
     const char gga[] = "$GNGGA,000001.00,,,,,0,00,99.99,,,,,,*56\r\n";
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaRpt(gga, sizeof gga - 1, "GGA"), 0u);
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaRpt("$GNRMC,1*00\r\n", 13, "GGA"), 512u);
+    EXPECT_EQ(RZ610MXXXX_CheckNmeaRpt(gga, sizeof gga - 1, "GGA", VK_ERR_COMMAND), 0u);
+    EXPECT_EQ(RZ610MXXXX_CheckNmeaRpt("$GNRMC,1*00\r\n", 13, "GGA", VK_ERR_COMMAND), 512u);
     std::string st = sentence("$PVNKEPOGETSTATUS,1,0");
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaRpt(st.c_str(), uint32_t(st.size()), "$PVNKEPOGETSTATUS"), 0u);
-    EXPECT_EQ(RZ610MXXXX_CheckNmeaRpt(st.c_str(), uint32_t(st.size()), "$PVNKX"), 512u);
+    EXPECT_EQ(RZ610MXXXX_CheckNmeaRpt(st.c_str(), uint32_t(st.size()), "$PVNKEPOGETSTATUS",
+                                      VK_ERR_COMMAND),
+              0u);
+    EXPECT_EQ(RZ610MXXXX_CheckNmeaRpt(st.c_str(), uint32_t(st.size()), "$PVNKX", VK_ERR_COMMAND),
+              512u);
 }
 
 // --- the carry of a partial sentence -------------------------------------------------------
@@ -526,16 +553,16 @@ TEST(EpoCarry, AcknowledgementSplitInsideTheCommandNumberIsJoined) {
     uint32_t carry_len = 0;
     memcpy(buf, first.data(), first.size());
     uint32_t len = uint32_t(first.size());
-    EXPECT_EQ(AG33XX_ProcessSerialData(buf, &len, carry, &carry_len, 10240, 128), 1);
+    EXPECT_EQ(Vk_ProcessSerialData(buf, &len, carry, &carry_len, 10240, 128), 1);
     EXPECT_EQ(std::string(buf, len), "$GNGGA,1*00\r\n");
     EXPECT_EQ(carry_len, 11u);
     memset(buf, 0, sizeof buf);
     memcpy(buf, second.data(), second.size());
     len = uint32_t(second.size());
-    EXPECT_EQ(AG33XX_ProcessSerialData(buf, &len, carry, &carry_len, 10240, 128), 1);
+    EXPECT_EQ(Vk_ProcessSerialData(buf, &len, carry, &carry_len, 10240, 128), 1);
     EXPECT_EQ(std::string(buf, len), ack);
     EXPECT_EQ(carry_len, 0u);
-    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(buf, len, "$PAIR590"), 0u);
+    EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(buf, len, "$PAIR590", VK_ERR_COMMAND), 0u);
 }
 
 TEST(EpoCarry, PartialLongerThan128IsNotCarried) {
@@ -545,14 +572,14 @@ TEST(EpoCarry, PartialLongerThan128IsNotCarried) {
     uint32_t carry_len = 0;
     memcpy(buf, tail.data(), tail.size());
     uint32_t len = uint32_t(tail.size());
-    EXPECT_EQ(AG33XX_ProcessSerialData(buf, &len, carry, &carry_len, 10240, 128), 0);
+    EXPECT_EQ(Vk_ProcessSerialData(buf, &len, carry, &carry_len, 10240, 128), 0);
     EXPECT_EQ(len, uint32_t(tail.size()));
     EXPECT_EQ(carry_len, 0u);
     std::string fits = "$" + std::string(127, 'X');  // exactly 128
     memset(buf, 0, sizeof buf);
     memcpy(buf, fits.data(), fits.size());
     len = uint32_t(fits.size());
-    EXPECT_EQ(AG33XX_ProcessSerialData(buf, &len, carry, &carry_len, 10240, 128), 1);
+    EXPECT_EQ(Vk_ProcessSerialData(buf, &len, carry, &carry_len, 10240, 128), 1);
     EXPECT_EQ(len, 0u);
     EXPECT_EQ(carry_len, 128u);
 }
@@ -623,7 +650,7 @@ TEST(EpoBinaryAck, TextBeforeTheFrameIsEchoedAndTheFrameMatched) {
     p.send(bytes);
     uint8_t reply[16] = {0};
     testing::internal::CaptureStdout();
-    uint32_t ret = AG33XX_CheckBinCmdRsp(p.port, reply, 1201);
+    uint32_t ret = epo_wait_bin_ack(p.port, reply, 1201);
     std::string out = clock_masked(testing::internal::GetCapturedStdout());
     EXPECT_EQ(ret, 0u);
     char hex[64] = {0};
@@ -641,7 +668,7 @@ TEST(EpoBinaryAck, StrayStartByteInTextIsSkippedUntilTheFrameComes) {
     p.send(bytes);
     uint8_t reply[16] = {0};
     testing::internal::CaptureStdout();
-    EXPECT_EQ(RZ610MXXXX_CheckBinCmdRsp(p.port, reply, 1200), 0u);
+    EXPECT_EQ(epo_wait_bin_ack(p.port, reply, 1200), 0u);
     testing::internal::GetCapturedStdout();
 }
 
@@ -651,7 +678,7 @@ TEST(EpoBinaryAck, RefusedFrameIsNotAcceptedAndTheWaitRunsOut) {
     p.send(epo_ack(1201, 1));
     uint8_t reply[16] = {0};
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_CheckBinCmdRsp(p.port, reply, 1201), 512u);
+    EXPECT_EQ(epo_wait_bin_ack(p.port, reply, 1201), 512u);
     testing::internal::GetCapturedStdout();
 }
 
@@ -661,6 +688,6 @@ TEST(EpoBinaryAck, AcknowledgementOfAnotherFrameDoesNotCount) {
     p.send(epo_ack(1202));
     uint8_t reply[16] = {0};
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_CheckBinCmdRsp(p.port, reply, 1201), 512u);
+    EXPECT_EQ(epo_wait_bin_ack(p.port, reply, 1201), 512u);
     testing::internal::GetCapturedStdout();
 }

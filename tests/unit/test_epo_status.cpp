@@ -37,9 +37,9 @@ uint8_t gps_record[72] = {0x10, 0x27, 0x00, 0x05};  // hour 10000, SVID 5
 TEST(EpoStatus, ReceiverWithoutDataAnswersNone) {
     Receiver r("ag33xx", 50);
     ASSERT_GE(int64_t(r.port), 0);
-    AG33XX_SetEpoType(0);
+    epo_set_type(0);
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_QueryEpoDataStatusByNmea(r.port), 0x300u);
+    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, r.port), 0x300u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm] cmd: $PAIR470,0*"), std::string::npos) << out;
     EXPECT_NE(out.find("[SSS.mmm][INFO] total number of EPO data sets: 0\n"), std::string::npos);
@@ -49,10 +49,10 @@ TEST(EpoStatus, ReceiverHoldingRecordsAnswersTheirCount) {
     Receiver r("ag33xx");
     ASSERT_GE(int64_t(r.port), 0);
     testing::internal::CaptureStdout();
-    ASSERT_EQ(AG33XX_SendEpoByNmea(r.port, gps_record, 0, 5), 0u);
-    ASSERT_EQ(AG33XX_SendEpoByNmea(r.port, gps_record, 0, 5), 0u);
-    AG33XX_SetEpoType(0);
-    EXPECT_EQ(AG33XX_QueryEpoDataStatusByNmea(r.port), 0u);
+    ASSERT_EQ(epo_send_record(&AG33XX_Dialect, r.port, gps_record, 0, 5), 0u);
+    ASSERT_EQ(epo_send_record(&AG33XX_Dialect, r.port, gps_record, 0, 5), 0u);
+    epo_set_type(0);
+    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, r.port), 0u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm][INFO] total number of EPO data sets: 2\n"), std::string::npos)
         << out;
@@ -61,9 +61,9 @@ TEST(EpoStatus, ReceiverHoldingRecordsAnswersTheirCount) {
 TEST(EpoStatus, ReportOfNoDataFollowedBySilenceIsNoReply) {
     Receiver r("ag33xx");
     ASSERT_GE(int64_t(r.port), 0);
-    AG33XX_SetEpoType(2);
+    epo_set_type(2);
     testing::internal::CaptureStdout();
-    EXPECT_EQ(AG33XX_QueryEpoDataStatusByNmea(r.port), 0x200u);
+    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, r.port), 0x200u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm][INFO] total number of EPO data sets: 0\n"), std::string::npos);
 }
@@ -72,9 +72,9 @@ TEST(EpoStatus, GpsGlonassFileAsksForBothSystemsAndStopsAtTheFirstEmpty) {
     Receiver r("ag33xx", 50);
     ASSERT_GE(int64_t(r.port), 0);
     testing::internal::CaptureStdout();
-    ASSERT_EQ(AG33XX_SendEpoByNmea(r.port, gps_record, 0, 5), 0u);
-    AG33XX_SetEpoType(1);
-    EXPECT_EQ(AG33XX_QueryEpoDataStatusByNmea(r.port), 0x300u);  // GPS 1, GLONASS 0
+    ASSERT_EQ(epo_send_record(&AG33XX_Dialect, r.port, gps_record, 0, 5), 0u);
+    epo_set_type(1);
+    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, r.port), 0x300u);  // GPS 1, GLONASS 0
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("cmd: $PAIR470,0*"), std::string::npos);
     EXPECT_NE(out.find("cmd: $PAIR470,1*"), std::string::npos);
@@ -85,10 +85,10 @@ TEST(EpoStatus, GpsGlonassFileAsksForBothSystemsAndStopsAtTheFirstEmpty) {
 
 TEST(EpoStatus, InvalidOrUnknownTypeIsNotAsked) {
     testing::internal::CaptureStdout();
-    AG33XX_SetEpoType(-1);
-    EXPECT_EQ(AG33XX_QueryEpoDataStatusByNmea(SERIAL_INVALID_HANDLE), 0x102u);
-    AG33XX_SetEpoType(9);
-    EXPECT_EQ(AG33XX_QueryEpoDataStatusByNmea(SERIAL_INVALID_HANDLE), 0x107u);
+    epo_set_type(-1);
+    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, SERIAL_INVALID_HANDLE), 0x102u);
+    epo_set_type(9);
+    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, SERIAL_INVALID_HANDLE), 0x107u);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] Invalid epo type\n[SSS.mmm][ERROR] Unknown EPO type 9\n");
 }
@@ -96,9 +96,9 @@ TEST(EpoStatus, InvalidOrUnknownTypeIsNotAsked) {
 TEST(EpoStatus, SecondPlatformTakesAnyStatusReport) {
     Receiver r("rz610mxxxx");
     ASSERT_GE(int64_t(r.port), 0);
-    RZ610MXXXX_SetEpoType(3);
+    epo_set_type(3);
     testing::internal::CaptureStdout();
-    EXPECT_EQ(RZ610MXXXX_QueryEpoDataStatusByNmea(r.port), 0u);
+    EXPECT_EQ(epo_query_status(&RZ610MXXXX_Dialect, r.port), 0u);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_NE(out.find("[SSS.mmm][INFO] send cmd: $PVNKEPOGETSTATUS,4*"), std::string::npos) << out;
 }

@@ -3,7 +3,8 @@
 #include <cstring>
 
 #include "core/log.h"
-#include "core/platform.h"
+#include "core/result.h"
+#include "platforms/entry.h"
 #include "serial/serial.h"
 
 namespace {
@@ -22,22 +23,30 @@ void copy_value(char *dst, size_t keep, const char *value) {
     dst[keep] = '\0';
 }
 
-void print_supported_models() {
+void print_supported_models(std::span<const VkPlatform> platforms) {
     printf("Supported module:\n");
-    for (const VkPlatform &p : g_vk_platforms)
-        for (int slot = 0; slot < VK_MODEL_SLOTS && p.models[slot][0] != '\0'; ++slot)
-            printf("%s\n", p.models[slot]);
+    for (const VkPlatform &p : platforms)
+        for (const char *model : p.models) printf("%s\n", model);
     fflush(stdout);
+}
+
+// The name table of each platform ends in empty slots, so an empty model
+// name matches the first platform.
+bool serves_model(const VkPlatform &p, const char *model) {
+    if (model[0] == '\0') return true;
+    for (const char *name : p.models)
+        if (strcmp(name, model) == 0) return true;
+    return false;
 }
 
 }  // namespace
 
-uint32_t vk_main(int argc, char **argv) {
+uint32_t vk_main(int argc, char **argv, std::span<const VkPlatform> platforms) {
     flash_tool_msecs();  // fixes the origin of every stamp
     vk_log("[INFO] %s %s %s\n", kVersion, __DATE__, __TIME__);
     vk_log("[INFO] Enter agnss tool\n");
 
-    uint32_t result = 0xFFFFFFFFu;
+    uint32_t result = VK_ERR_NO_BACKEND;
     if (argc <= 2) {
         vk_log("[ERROR] Please input param , example ./vkagnss.exe -m AG33XX -p COM3\n");
         return result;
@@ -59,37 +68,31 @@ uint32_t vk_main(int argc, char **argv) {
             if (value) dtr = atoi(value);
             vk_log("[INFO] DTR :%d\n", dtr);
         } else if (strcmp(argv[i], "-S") == 0) {
-            print_supported_models();
+            print_supported_models(platforms);
             return 0;
         }
     }
     Vk_Uart_ConfigDtrRts(uint32_t(dtr), uint32_t(rts));
 
-    bool matched = false;
-    for (const VkPlatform &p : g_vk_platforms) {
-        for (int slot = 0; slot < VK_MODEL_SLOTS; ++slot) {
-            // Used slots are contiguous; the first empty one still takes part,
-            // so an empty model name lands on the first platform.
-            if (strlen(p.models[slot]) != strlen(model) || strcmp(p.models[slot], model) != 0) {
-                if (p.models[slot][0] == '\0') break;
-                continue;
-            }
-            matched = true;
-            if (strcmp(mode, "online") == 0 && p.online) {
-                result = p.online(argc, argv);
-            } else if (strcmp(mode, "offline") == 0 && p.offline) {
-                result = p.offline(argc, argv);
-            } else if (argc == 4 && p.info) {
-                result = p.info(argc, argv);
-            } else {
-                vk_log("[ERROR] Please input param , example ./vkagnss -m %s -o online\n",
-                       p.models[0]);
-            }
+    const VkPlatform *platform = nullptr;
+    for (const VkPlatform &p : platforms) {
+        if (serves_model(p, model)) {
+            platform = &p;
             break;
         }
-        if (matched) break;
     }
-    if (!matched) vk_log("[ERROR] Not support %s or not support Offline Agnss\n", model);
+    if (platform == nullptr) {
+        vk_log("[ERROR] Not support %s or not support Offline Agnss\n", model);
+    } else if (strcmp(mode, "online") == 0 && platform->online) {
+        result = platform->online(argc, argv);
+    } else if (strcmp(mode, "offline") == 0 && platform->offline) {
+        result = platform->offline(argc, argv);
+    } else if (argc == 4 && platform->info) {
+        result = platform->info(argc, argv);
+    } else {
+        vk_log("[ERROR] Please input param , example ./vkagnss -m %s -o online\n",
+               platform->models[0]);
+    }
 
     if (result == 0) {
         vk_log("[SUCCESS] vkagnss run success\n");
@@ -97,15 +100,4 @@ uint32_t vk_main(int argc, char **argv) {
         vk_log("[FAIL] vkagnss run fail,ret:[0x%x]\n", result);
     }
     return result;
-}
-
-int vk_exit_status(uint32_t result) {
-#ifdef _WIN32
-    return int(result);
-#else
-    if (result > 0xFFFu) return 255;
-    int status = int(((result >> 8) & 0xFu) << 4 | (result & 0xFu));
-    // A result such as 0x010 has neither digit; it must still not read as success.
-    return (status == 0 && result != 0) ? 255 : status;
-#endif
 }

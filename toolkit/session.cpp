@@ -1,0 +1,29 @@
+#include "toolkit/session.h"
+
+#include "core/log.h"
+
+uint32_t Vk_OpenSession(const VkSessionRules &rules, int argc, char **argv, VkSession *s) {
+    vk_log("%s", rules.entry_line);
+    VkOptions &opts = s->opts;
+    uint32_t ret = vk_parse_options(argc, argv, &rules.options, &opts);
+    if (ret != VK_OK) return ret;
+    if (!vk_options_complete(&opts)) {
+        vk_print_usage(rules.usage);
+        return VK_ERR_PARAM;
+    }
+    if (rules.options.file_list) {
+        for (int i = 0; i < opts.file_count; ++i) {
+            vk_log(" index:%d,file:%s\n", i + 1, opts.files[i]);
+            if ((ret = vk_check_file_access(opts.files[i])) != VK_OK) return ret;
+        }
+    } else if (opts.file[0] != '\0') {
+        if ((ret = vk_check_file_access(opts.file)) != VK_OK) return ret;
+    }
+    s->port = serial_open(opts.port, uint32_t(opts.baud));
+    if (int64_t(s->port) < 0) {
+        vk_log(rules.open_failed, opts.port);
+        return VK_ERR_PORT_OPEN;
+    }
+    vk_log(rules.opened, long(s->port));
+    return VK_OK;
+}

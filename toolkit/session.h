@@ -1,0 +1,25 @@
+// The start every flow shares: its entry line, its own parse of the command
+// line, the completeness check with its usage line, the check that each
+// named file can be read, and the opening of the port.
+#pragma once
+
+#include <cstdint>
+
+#include "core/options.h"
+#include "serial/serial.h"
+
+struct VkSessionRules {
+    const char *entry_line = "";  // logged first
+    VkOptionRules options;
+    const char *usage = "";  // the example of the usage line
+    const char *open_failed = "[ERROR] Fail to open %s\n";  // "%s": the port's name
+    const char *opened = " open uart_fd:%ld\n";             // "%ld": the port's handle
+};
+
+struct VkSession {
+    VkOptions opts;
+    uint64_t port = SERIAL_INVALID_HANDLE;
+};
+
+// Returns 0 with the port open, or the code the flow returns (nothing open).
+uint32_t Vk_OpenSession(const VkSessionRules &rules, int argc, char **argv, VkSession *s);
