@@ -24,8 +24,8 @@ int main(int argc, char **argv) {
         fprintf(stderr, "sim: %s\n", err.c_str());
         return 1;
     }
-    uint64_t port = serial_open(sim_slave_path(sim).c_str(), 115200);
-    if (int64_t(port) < 0) {
+    SerialPort port = serial_open(sim_slave_path(sim).c_str(), 115200);
+    if (!serial_is_open(port)) {
         fprintf(stderr, "cannot open %s\n", sim_slave_path(sim).c_str());
         return 1;
     }

@@ -6,13 +6,13 @@
 
 enum : uint32_t {
     VK_OK = 0,
-    VK_ERR_PRESET = 0x101,       // preset before an aiding step
-    VK_ERR_PARAM = 0x102,        // bad or missing parameter
-    VK_ERR_FILE_ACCESS = 0x103,  // a named file cannot be read
-    VK_ERR_PORT_OPEN = 0x104,    // the port cannot be opened
-    VK_ERR_COMMAND = 0x107,      // command refused, not acknowledged, or a general failure
-    VK_ERR_MEMORY = 0x108,       // out of memory
-    VK_ERR_NO_REPLY = 0x200,     // no accepted reply before the deadline
+    VK_ERR_PRESET = 0x101,            // preset before an aiding step
+    VK_ERR_PARAM = 0x102,             // bad or missing parameter
+    VK_ERR_FILE_ACCESS = 0x103,       // a named file cannot be read
+    VK_ERR_PORT_OPEN = 0x104,         // the port cannot be opened
+    VK_ERR_COMMAND = 0x107,           // command refused, not acknowledged, or a general failure
+    VK_ERR_MEMORY = 0x108,            // out of memory
+    VK_ERR_NO_REPLY = 0x200,          // no accepted reply before the deadline
     VK_ERR_NO_BACKEND = 0xFFFFFFFFu,  // no backend ran
 };
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "core/options.h"
+#include "serial/serial.h"
 
 // The platform's own meanings of the shared range.
 enum : uint32_t {
@@ -14,12 +15,12 @@ enum : uint32_t {
     DW2207B_ERR_EPH_FILE = 0x206,    // bad frame header, bad CRC or a truncated frame
 };
 
-uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(uint64_t handle, const char *expected,
+uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(SerialPort port, const char *expected,
                                                     uint32_t timeout_ms);
-uint32_t DW2207B_SendStartWay(uint64_t handle, int start_way);
-uint32_t DW2207B_SendAidTime(uint64_t handle, const VkTimeAid *time);
-uint32_t DW2207B_SendAidPos(uint64_t handle, const VkPosAid *pos);
-uint32_t DW2207B_SendEphData(uint64_t handle, const char *path);
+uint32_t DW2207B_SendStartWay(SerialPort port, int start_way);
+uint32_t DW2207B_SendAidTime(SerialPort port, const VkTimeAid *time);
+uint32_t DW2207B_SendAidPos(SerialPort port, const VkPosAid *pos);
+uint32_t DW2207B_SendEphData(SerialPort port, const char *path);
 
 // The platform's only entry; the registry places it in the online slot.
 uint32_t DW2207B_AgnssOffline(int argc, char **argv);

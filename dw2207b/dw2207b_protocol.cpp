@@ -32,12 +32,12 @@ enum { RTCM_MAX_FRAME = 1024 };
 
 }  // namespace
 
-uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(uint64_t handle, const char *expected,
+uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(SerialPort port, const char *expected,
                                                     uint32_t timeout_ms) {
-    return Vk_WaitReply(handle, expected, check_contains, {.timeout_ms = timeout_ms});
+    return Vk_WaitReply(port, expected, check_contains, {.timeout_ms = timeout_ms});
 }
 
-uint32_t DW2207B_SendStartWay(uint64_t handle, int start_way) {
+uint32_t DW2207B_SendStartWay(SerialPort port, int start_way) {
     const char *body;
     switch (start_way) {
         case 0: vk_log(" no start way\n"); return 0;
@@ -46,11 +46,11 @@ uint32_t DW2207B_SendStartWay(uint64_t handle, int start_way) {
         case 3: body = "$RESET,0,hFF"; break;
         default: return VK_ERR_COMMAND;
     }
-    return Vk_SendSentence(handle, body,
+    return Vk_SendSentence(port, body,
                            command(" Start cmd:%s", VK_SHORT_WRITE_START, VK_ERR_COMMAND, 2000));
 }
 
-uint32_t DW2207B_SendAidTime(uint64_t handle, const VkTimeAid *time) {
+uint32_t DW2207B_SendAidTime(SerialPort port, const VkTimeAid *time) {
     VkDateTime t{};
     if (time->type == 0) {
         sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &t.year, &t.month, &t.day, &t.hour, &t.minute,
@@ -62,11 +62,11 @@ uint32_t DW2207B_SendAidTime(uint64_t handle, const VkTimeAid *time) {
     snprintf(body, sizeof body, "%s,%d,%d,%d,%d,%d,%d,%d", "$AIDTIME", t.year, t.month, t.day,
              t.hour, t.minute, t.second, 0);
     return Vk_SendSentence(
-        handle, body,
+        port, body,
         command(" AID TIME cmd: %s", VK_SHORT_WRITE_TIME, DW2207B_ERR_WRITE_TIME, 3000));
 }
 
-uint32_t DW2207B_SendAidPos(uint64_t handle, const VkPosAid *pos) {
+uint32_t DW2207B_SendAidPos(SerialPort port, const VkPosAid *pos) {
     // The module takes decimal degrees scaled by 100, not degree-minutes.
     double lat = atof(pos->lat) * 100;
     double lon = atof(pos->lon) * 100;
@@ -88,11 +88,10 @@ uint32_t DW2207B_SendAidPos(uint64_t handle, const VkPosAid *pos) {
     snprintf(body, sizeof body, "%s,%0.6f,%c,%0.6f,%c,%0.1f", "$AIDPOS", lat, lat_dir, lon, lon_dir,
              alt);
     return Vk_SendSentence(
-        handle, body,
-        command(" AID POS cmd: %s", VK_SHORT_WRITE_UART, DW2207B_ERR_WRITE_POS, 3000));
+        port, body, command(" AID POS cmd: %s", VK_SHORT_WRITE_UART, DW2207B_ERR_WRITE_POS, 3000));
 }
 
-uint32_t DW2207B_SendEphData(uint64_t handle, const char *path) {
+uint32_t DW2207B_SendEphData(SerialPort port, const char *path) {
     FILE *f = fopen(path, "rb");
     if (f == nullptr) {
         perror("fopen");
@@ -132,7 +131,7 @@ uint32_t DW2207B_SendEphData(uint64_t handle, const char *path) {
             result = DW2207B_ERR_EPH_FILE;
             break;
         }
-        sent += int(serial_write(handle, frame, length + 6));
+        sent += int(serial_write(port, frame, length + 6));
         float progress = float(100LL * sent) / float(size);
         vk_log("[PROGRESS] %.2f%%,%d,%d\r\n", progress, sent, size);
         if (sent == size) result = 0;

@@ -145,12 +145,12 @@ inline bool epo_type_in(int32_t type, std::span<const int32_t> types) {
 }
 
 // --- sentence commands -----------------------------------------------------------
-uint32_t epo_send_start_way(const EpoDialect *d, uint64_t port, int way);
-uint32_t epo_send_time(const EpoDialect *d, uint64_t port, const VkTimeAid *time);
-uint32_t epo_send_pos(const EpoDialect *d, uint64_t port, const VkPosAid *pos);
-uint32_t epo_query_status(const EpoDialect *d, uint64_t port);
-uint32_t epo_clear(const EpoDialect *d, uint64_t port);
-uint32_t epo_send_record(const EpoDialect *d, uint64_t port, const uint8_t *record, int mode,
+uint32_t epo_send_start_way(const EpoDialect *d, SerialPort port, int way);
+uint32_t epo_send_time(const EpoDialect *d, SerialPort port, const VkTimeAid *time);
+uint32_t epo_send_pos(const EpoDialect *d, SerialPort port, const VkPosAid *pos);
+uint32_t epo_query_status(const EpoDialect *d, SerialPort port);
+uint32_t epo_clear(const EpoDialect *d, SerialPort port);
+uint32_t epo_send_record(const EpoDialect *d, SerialPort port, const uint8_t *record, int mode,
                          int expected_sv);
 // What the acknowledgement checks share: the reply's text from found to its
 // CR LF, and the split of "body*cs" with the weak checksum comparison (a
@@ -168,13 +168,13 @@ bool epo_checksum_matches(const char *body, const char *received);
 uint16_t epo_msg_id(int bin_type);
 uint32_t epo_package_frame(uint16_t msg_id, const uint8_t *payload, uint32_t len, uint8_t *out,
                            uint32_t *inout_len);
-uint32_t epo_wait_bin_ack(uint64_t port, uint8_t *reply, uint16_t msg_id);
-uint32_t epo_send_frame(uint64_t port, const uint8_t *frame, uint32_t len, uint16_t msg_id);
-uint32_t epo_send_begin_end(uint64_t port, const uint8_t *payload, uint32_t len, int bin_type);
+uint32_t epo_wait_bin_ack(SerialPort port, uint8_t *reply, uint16_t msg_id);
+uint32_t epo_send_frame(SerialPort port, const uint8_t *frame, uint32_t len, uint16_t msg_id);
+uint32_t epo_send_begin_end(SerialPort port, const uint8_t *payload, uint32_t len, int bin_type);
 uint32_t epo_read_sv_list(const EpoDialect *d, FILE *f, int32_t type, uint8_t *list, int size,
                           int *count, uint32_t *header_bytes);
-uint32_t epo_send_file_offline(const EpoDialect *d, uint64_t port, const char *path);
-uint32_t epo_send_file_online(const EpoDialect *d, uint64_t port, const char *path);
+uint32_t epo_send_file_offline(const EpoDialect *d, SerialPort port, const char *path);
+uint32_t epo_send_file_online(const EpoDialect *d, SerialPort port, const char *path);
 
 // --- flows -------------------------------------------------------------------------
 uint32_t epo_run_online(const EpoDialect *d, int argc, char **argv);

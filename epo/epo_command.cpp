@@ -66,7 +66,7 @@ bool epo_checksum_matches(const char *body, const char *received) {
     return atoi(received) == atoi(computed);
 }
 
-uint32_t epo_send_start_way(const EpoDialect *d, uint64_t port, int way) {
+uint32_t epo_send_start_way(const EpoDialect *d, SerialPort port, int way) {
     const EpoCommands &c = d->commands;
     const char *body;
     if (way == 0) {
@@ -82,7 +82,7 @@ uint32_t epo_send_start_way(const EpoDialect *d, uint64_t port, int way) {
                                     c.check_report, c.restart_report, 2000));
 }
 
-uint32_t epo_send_time(const EpoDialect *d, uint64_t port, const VkTimeAid *time) {
+uint32_t epo_send_time(const EpoDialect *d, SerialPort port, const VkTimeAid *time) {
     int t[6] = {0, 0, 0, 0, 0, 0};
     if (time->type == 0) {
         sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &t[0], &t[1], &t[2], &t[3], &t[4], &t[5]);
@@ -100,7 +100,7 @@ uint32_t epo_send_time(const EpoDialect *d, uint64_t port, const VkTimeAid *time
                                     c.check_ack, c.time_address, 10000));
 }
 
-uint32_t epo_send_pos(const EpoDialect *d, uint64_t port, const VkPosAid *pos) {
+uint32_t epo_send_pos(const EpoDialect *d, SerialPort port, const VkPosAid *pos) {
     double lat = atof(pos->lat), lon = atof(pos->lon), alt = atof(pos->alt);
     if (lat == 0.0 || lon == 0.0) {
         vk_log("[ERROR] lat[%0.6f] or lon[%0.6f] is none,no send pos\n", lat, lon);
@@ -115,7 +115,7 @@ uint32_t epo_send_pos(const EpoDialect *d, uint64_t port, const VkPosAid *pos) {
                                     c.check_ack, c.pos_address, 5000));
 }
 
-uint32_t epo_query_status(const EpoDialect *d, uint64_t port) {
+uint32_t epo_query_status(const EpoDialect *d, SerialPort port) {
     int32_t type = epo_get_type();
     if (type == -1) {
         vk_log("[ERROR] Invalid epo type\n");
@@ -145,14 +145,14 @@ uint32_t epo_query_status(const EpoDialect *d, uint64_t port) {
     return result;
 }
 
-uint32_t epo_clear(const EpoDialect *d, uint64_t port) {
+uint32_t epo_clear(const EpoDialect *d, SerialPort port) {
     const EpoCommands &c = d->commands;
     return Vk_SendSentence(port, c.clear_address,
                            exchange(d->texts.clear_log, VK_SHORT_WRITE_TIME, EPO_ERR_WRITE_TIME,
                                     c.check_ack, c.clear_address, 10000));
 }
 
-uint32_t epo_send_record(const EpoDialect *d, uint64_t port, const uint8_t *record, int mode,
+uint32_t epo_send_record(const EpoDialect *d, SerialPort port, const uint8_t *record, int mode,
                          int expected_sv) {
     int32_t prn = epo_record_prn(d, mode, record);
     if (d->files.check_prn && prn != expected_sv) {

@@ -6,7 +6,7 @@
 namespace {
 
 // Restart (whose result replaces any earlier one), time, position.
-uint32_t aid(const EpoDialect *d, uint64_t port, const VkOptions &o, uint32_t result) {
+uint32_t aid(const EpoDialect *d, SerialPort port, const VkOptions &o, uint32_t result) {
     if (o.start_way != 0) {
         result = epo_send_start_way(d, port, o.start_way);
         vk_log("[INFO] %s Send StartWay ret: 0x%x\n", d->platform, result);

@@ -41,7 +41,7 @@ FILE *open_to_send(const char *path, const char *name, uint32_t *size) {
 }
 
 // Frames one record and sends it; prints nothing.
-uint32_t send_data_frame(uint64_t port, const uint8_t *record, uint32_t len) {
+uint32_t send_data_frame(SerialPort port, const uint8_t *record, uint32_t len) {
     uint8_t frame[EPO_FRAME_CAPACITY];
     uint32_t frame_len = EPO_FRAME_CAPACITY;
     uint16_t id = epo_msg_id(BIN_DATA);
@@ -50,7 +50,7 @@ uint32_t send_data_frame(uint64_t port, const uint8_t *record, uint32_t len) {
     return epo_send_frame(port, frame, frame_len, id);
 }
 
-uint32_t send_marker(uint64_t port, const char *letter, uint32_t len, int bin_type) {
+uint32_t send_marker(SerialPort port, const char *letter, uint32_t len, int bin_type) {
     uint8_t payload[2] = {uint8_t(letter[0]), 0};
     return epo_send_begin_end(port, payload, len, bin_type);
 }
@@ -60,7 +60,7 @@ uint32_t send_marker(uint64_t port, const char *letter, uint32_t len, int bin_ty
 // message). A read that brings nothing, or a failed end frame (sent, when
 // end_letter is given, as soon as the progress is exactly 100), ends the
 // whole file: *fatal is then set.
-uint32_t send_records(uint64_t port, FILE *f, long offset, int count, const char *name,
+uint32_t send_records(SerialPort port, FILE *f, long offset, int count, const char *name,
                       uint32_t size, uint32_t *sent, const char *end_letter, bool *fatal) {
     uint8_t rec[EPO_RECORD_SIZE];
     *fatal = false;
@@ -90,7 +90,8 @@ uint32_t send_records(uint64_t port, FILE *f, long offset, int count, const char
 
 // The offline GPS+GLONASS file: every GPS half-segment between "G" markers,
 // then every GLONASS half-segment between "R" markers.
-uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t size, int32_t days) {
+uint32_t send_pair_offline(SerialPort port, FILE *f, const char *name, uint32_t size,
+                           int32_t days) {
     const int segments = 4 * days;
     const uint32_t gps_total = uint32_t(days) * 4 * EPO_GPS_SEGMENT;
     uint32_t sent = 0;
@@ -126,7 +127,7 @@ uint32_t send_pair_offline(uint64_t port, FILE *f, const char *name, uint32_t si
 }
 
 // The offline single-system file: records between two markers of its letter.
-uint32_t send_single_offline(const EpoDialect *d, uint64_t port, FILE *f, const char *name,
+uint32_t send_single_offline(const EpoDialect *d, SerialPort port, FILE *f, const char *name,
                              int32_t type, uint32_t size) {
     uint8_t list[EPO_MAX_SATS];
     int count = 0;
@@ -203,7 +204,7 @@ uint32_t epo_package_frame(uint16_t msg_id, const uint8_t *payload, uint32_t len
     return 0;
 }
 
-uint32_t epo_wait_bin_ack(uint64_t port, uint8_t *reply, uint16_t msg_id) {
+uint32_t epo_wait_bin_ack(SerialPort port, uint8_t *reply, uint16_t msg_id) {
     // 04 24 | E8 03 | 04 00 | id (as sent) | 00 00 | checksum | AA 44
     const int expected[13] = {0x04,        0x24, 0xE8, 0x03, 0x04, 0x00, msg_id & 0xFF,
                               msg_id >> 8, 0x00, 0x00, -1,   0xAA, 0x44};
@@ -237,7 +238,7 @@ uint32_t epo_wait_bin_ack(uint64_t port, uint8_t *reply, uint16_t msg_id) {
     return result;
 }
 
-uint32_t epo_send_frame(uint64_t port, const uint8_t *frame, uint32_t len, uint16_t msg_id) {
+uint32_t epo_send_frame(SerialPort port, const uint8_t *frame, uint32_t len, uint16_t msg_id) {
     uint32_t sent = serial_write(port, frame, len);
     if (sent < len) {
         vk_log("[ERROR] uart send failed,actual_send:%d,len:%d\n", int(sent), int(len));
@@ -247,7 +248,7 @@ uint32_t epo_send_frame(uint64_t port, const uint8_t *frame, uint32_t len, uint1
     return epo_wait_bin_ack(port, reply, msg_id);
 }
 
-uint32_t epo_send_begin_end(uint64_t port, const uint8_t *payload, uint32_t len, int bin_type) {
+uint32_t epo_send_begin_end(SerialPort port, const uint8_t *payload, uint32_t len, int bin_type) {
     uint8_t frame[EPO_FRAME_CAPACITY];
     uint32_t frame_len = EPO_FRAME_CAPACITY;
     uint16_t id = epo_msg_id(bin_type);
@@ -285,7 +286,7 @@ uint32_t epo_read_sv_list(const EpoDialect *d, FILE *f, int32_t type, uint8_t *l
     return 0;
 }
 
-uint32_t epo_send_file_offline(const EpoDialect *d, uint64_t port, const char *path) {
+uint32_t epo_send_file_offline(const EpoDialect *d, SerialPort port, const char *path) {
     size_t path_len = strlen(path) + 1;
     char dir[1024], name[1024];
     if (path_len > sizeof dir) return VK_ERR_PARAM;
@@ -308,7 +309,7 @@ uint32_t epo_send_file_offline(const EpoDialect *d, uint64_t port, const char *p
     return ret;
 }
 
-uint32_t epo_send_file_online(const EpoDialect *d, uint64_t port, const char *path) {
+uint32_t epo_send_file_online(const EpoDialect *d, SerialPort port, const char *path) {
     size_t path_len = strlen(path) + 1;
     char dir[1024], name[1024];
     if (path_len > sizeof dir) return VK_ERR_PARAM;

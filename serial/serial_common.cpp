@@ -14,7 +14,15 @@ int g_serial_rts_state = 0;
 
 namespace {
 int g_trace = 0;  // set by serial_enable_debug; no option of the tool sets it
+SerialError g_last_error;
+}  // namespace
+
+void serial_note_error(int code, const char *what, const char *system_text) {
+    g_last_error.code = code;
+    std::snprintf(g_last_error.what, sizeof g_last_error.what, "%s: %s", what, system_text);
 }
+
+SerialError serial_last_error() { return g_last_error; }
 
 void serial_trace_read(const uint8_t *buf, uint32_t count, bool upper) {
     if (!g_trace || count > 32) return;
@@ -36,8 +44,8 @@ int serial_enable_debug() {
 }
 
 int Vk_Uart_ConfigDtrRts(uint32_t dtr, uint32_t rts) {
-    serial_CfgDTR(0, dtr);
-    serial_CfgRTS(0, rts);
+    serial_CfgDTR(SERIAL_NULL_PORT, dtr);
+    serial_CfgRTS(SERIAL_NULL_PORT, rts);
     return 0;
 }
 

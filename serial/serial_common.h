@@ -13,3 +13,7 @@ extern int g_serial_rts_state;
 void serial_trace_read(const uint8_t *buf, uint32_t count, bool upper);
 // "[sss.mmm][DEBUG] send to module -- < " + "%02x " per byte + "\n".
 void serial_trace_write(const uint8_t *buf, uint32_t count);
+
+// Remembers a failed OS call for serial_last_error: its error number and
+// "<what>: <the system's text>".
+void serial_note_error(int code, const char *what, const char *system_text);

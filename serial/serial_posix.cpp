@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include <fcntl.h>
@@ -83,11 +84,20 @@ const BaudEntry kBaudTable[] = {
 #endif
 };
 
-bool handle_fd(uint64_t handle, int *fd) {
+bool handle_fd(SerialPort port, int *fd) {
     // 0..2 are the standard streams (and 0 the null handle): never a port.
-    if (handle < 3 || handle > uint64_t(INT_MAX)) return false;
-    *fd = int(handle);
+    if (port.handle < 3 || port.handle > uint64_t(INT_MAX)) return false;
+    *fd = int(port.handle);
     return true;
+}
+
+// Keeps errno's reason for serial_last_error; returns false for chaining.
+bool note_errno(const char *what, const char *name) {
+    int code = errno;
+    char text[160];
+    snprintf(text, sizeof text, "%.40s %.110s", what, name);
+    serial_note_error(code, text, strerror(code));
+    return false;
 }
 
 int64_t now_ns() {
@@ -192,10 +202,10 @@ int wait_readable(int fd, int64_t deadline_ns) {
 // Reads up to len bytes before the time-out. With stop_on_gap the read ends
 // as soon as the line falls quiet after the first byte; without, it waits for
 // all len bytes.
-uint32_t read_port(uint64_t handle, uint8_t *buf, uint32_t len, uint32_t timeout_ms,
+uint32_t read_port(SerialPort port, uint8_t *buf, uint32_t len, uint32_t timeout_ms,
                    bool stop_on_gap) {
     int fd = -1;
-    if (!handle_fd(handle, &fd) || buf == nullptr) return 0;
+    if (!handle_fd(port, &fd) || buf == nullptr) return 0;
     const int64_t deadline = now_ns() + int64_t(timeout_ms) * 1000000LL;
     const int64_t gap = stop_on_gap ? quiet_gap_ns(fd) : 0;
     uint32_t got = 0;
@@ -209,6 +219,7 @@ uint32_t read_port(uint64_t handle, uint8_t *buf, uint32_t len, uint32_t timeout
         int w = wait_readable(fd, until);
         if (w == 0) break;
         if (w < 0) {
+            note_errno("poll", "the port");
             line_gone = true;
             break;
         }
@@ -218,7 +229,10 @@ uint32_t read_port(uint64_t handle, uint8_t *buf, uint32_t len, uint32_t timeout
             continue;
         }
         if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) continue;
-        line_gone = true;  // end of file or a hard error (a hung-up line)
+        // End of file or a hard error: a hung-up line.
+        if (n == 0) errno = EIO;
+        note_errno("read", "the port");
+        line_gone = true;
         break;
     }
     // A line that is gone reads like a silent one: callers poll in short
@@ -227,9 +241,9 @@ uint32_t read_port(uint64_t handle, uint8_t *buf, uint32_t len, uint32_t timeout
     return got;
 }
 
-uint32_t write_port(uint64_t handle, const uint8_t *buf, uint32_t len) {
+uint32_t write_port(SerialPort port, const uint8_t *buf, uint32_t len) {
     int fd = -1;
-    if (!handle_fd(handle, &fd) || buf == nullptr) return 0;
+    if (!handle_fd(port, &fd) || buf == nullptr) return 0;
     uint32_t done = 0;
     while (done < len) {
         ssize_t n = write(fd, buf + done, size_t(len - done));
@@ -246,7 +260,8 @@ uint32_t write_port(uint64_t handle, const uint8_t *buf, uint32_t len) {
             if (r <= 0 || !(p.revents & POLLOUT)) break;
             continue;
         }
-        break;  // a hard error, e.g. EIO once the other end hung up
+        note_errno("write", "the port");  // e.g. EIO once the other end hung up
+        break;
     }
     // A write is complete when the bytes have left, as with a synchronous
     // write on a comm port; a following baud change or read deadline then
@@ -255,49 +270,60 @@ uint32_t write_port(uint64_t handle, const uint8_t *buf, uint32_t len) {
     return done;
 }
 
-bool set_modem_line(uint64_t handle, int line, uint32_t level) {
+bool set_modem_line(SerialPort port, int line, uint32_t level) {
     int fd = -1;
-    if (!handle_fd(handle, &fd)) return false;
+    if (!handle_fd(port, &fd)) return false;
     int bits = line;
     return ioctl(fd, level != 0 ? TIOCMBIS : TIOCMBIC, &bits) == 0;
 }
 
 }  // namespace
 
-uint64_t serial_open(const char *name, uint32_t baud) {
-    if (name == nullptr) return SERIAL_INVALID_HANDLE;
+SerialPort serial_open(const char *name, uint32_t baud) {
+    if (name == nullptr) return SERIAL_NO_PORT;
     vk_precise_timers();  // the 1 ms quiet gap of every read relies on it
     char path[4096];
     serial_posix_device_path(name, path, sizeof path);
 
     int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return SERIAL_INVALID_HANDLE;
+    if (fd < 0) {
+        note_errno("open", path);
+        return SERIAL_NO_PORT;
+    }
     if (fd < 3) {
         // Keep 0 free as the null handle (and never hand out a std stream).
         int high = fcntl(fd, F_DUPFD_CLOEXEC, 3);
+        if (high < 0) note_errno("dup", path);
         close(fd);
-        if (high < 0) return SERIAL_INVALID_HANDLE;
+        if (high < 0) return SERIAL_NO_PORT;
         fd = high;
     }
     // Only a terminal device is a port: never write protocol bytes into a
     // file that happens to carry the given name.
     if (!isatty(fd)) {
+        note_errno("open", path);  // ENOTTY
         close(fd);
-        return SERIAL_INVALID_HANDLE;
+        return SERIAL_NO_PORT;
     }
     // Exclusive use. The advisory lock catches other programs that lock the
     // port (and a second open in this one); TIOCEXCL refuses further opens of
     // the device by unprivileged programs.
     if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        serial_note_error(EBUSY, path, "held by another program");
         close(fd);
-        return SERIAL_INVALID_HANDLE;
+        return SERIAL_NO_PORT;
     }
     ioctl(fd, TIOCEXCL);
 
-    // Raw 8N1, no flow control. As with the device control block, a refused
-    // read or write of the settings does not fail the open.
+    // Raw 8N1, no flow control. A device that refuses these settings (or the
+    // rate) is no port to talk to: the open fails rather than send at a rate
+    // the receiver does not hear.
     termios t{};
-    tcgetattr(fd, &t);
+    if (tcgetattr(fd, &t) != 0) {
+        note_errno("tcgetattr", path);
+        serial_close(SerialPort{uint64_t(fd)});
+        return SERIAL_NO_PORT;
+    }
     cfmakeraw(&t);
     t.c_cflag &= ~tcflag_t(CSIZE | PARENB | PARODD | CSTOPB);
 #ifdef CRTSCTS
@@ -312,7 +338,13 @@ uint64_t serial_open(const char *name, uint32_t baud) {
     // can only mean the line was hung up.
     t.c_cc[VMIN] = 1;
     t.c_cc[VTIME] = 0;
-    apply_termios(fd, &t, baud, TCSANOW);
+    if (apply_termios(fd, &t, baud, TCSANOW) != 0) {
+        char what[64];
+        snprintf(what, sizeof what, "set %u baud 8N1 on", unsigned(baud));
+        note_errno(what, path);
+        serial_close(SerialPort{uint64_t(fd)});
+        return SERIAL_NO_PORT;
+    }
 
     // DTR routine first, then RTS, as on Win32. The Win32 DTR routine writes
     // the control block's RTS-control field (from the DTR level) and the RTS
@@ -323,14 +355,15 @@ uint64_t serial_open(const char *name, uint32_t baud) {
     // same. Moving RTS from a lone DTR call would be the field's side effect
     // without its purpose, and RTS often drives a module's reset or boot pin.
     // A pseudo-terminal refuses both ioctls; the port is still usable.
-    serial_CfgDTR(uint64_t(fd), uint32_t(g_serial_dtr_state));
-    serial_CfgRTS(uint64_t(fd), uint32_t(g_serial_rts_state));
-    return uint64_t(fd);
+    SerialPort port{uint64_t(fd)};
+    serial_CfgDTR(port, uint32_t(g_serial_dtr_state));
+    serial_CfgRTS(port, uint32_t(g_serial_rts_state));
+    return port;
 }
 
-int serial_close(uint64_t handle) {
+int serial_close(SerialPort port) {
     int fd = -1;
-    if (handle_fd(handle, &fd)) {
+    if (handle_fd(port, &fd)) {
         // The exclusive flag stays on a tty whose other end lives on (a
         // pseudo-terminal), so give it back before closing.
         ioctl(fd, TIOCNXCL);
@@ -339,39 +372,39 @@ int serial_close(uint64_t handle) {
     return 0;
 }
 
-uint32_t serial_read(uint64_t handle, void *buf, uint64_t len, uint32_t timeout_ms) {
+uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
     uint8_t *p = static_cast<uint8_t *>(buf);
-    uint32_t n = read_port(handle, p, uint32_t(len), timeout_ms, true);
+    uint32_t n = read_port(port, p, uint32_t(len), timeout_ms, true);
     serial_trace_read(p, n, true);
     return n;
 }
 
-uint32_t serial_read_until(uint64_t handle, void *buf, uint64_t len, uint32_t timeout_ms) {
+uint32_t serial_read_until(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
     uint8_t *p = static_cast<uint8_t *>(buf);
-    uint32_t n = read_port(handle, p, uint32_t(len), timeout_ms, false);
+    uint32_t n = read_port(port, p, uint32_t(len), timeout_ms, false);
     serial_trace_read(p, n, false);
     return n;
 }
 
-uint32_t serial_write(uint64_t handle, const void *buf, uint64_t len) {
+uint32_t serial_write(SerialPort port, const void *buf, uint64_t len) {
     const uint8_t *p = static_cast<const uint8_t *>(buf);
-    uint32_t n = write_port(handle, p, uint32_t(len));
+    uint32_t n = write_port(port, p, uint32_t(len));
     serial_trace_write(p, n);
     return n;
 }
 
-uint32_t serial_write_byte(uint64_t handle, uint8_t b) { return write_port(handle, &b, 1); }
+uint32_t serial_write_byte(SerialPort port, uint8_t b) { return write_port(port, &b, 1); }
 
-int serial_flush(uint64_t handle) {
+int serial_flush(SerialPort port) {
     int fd = -1;
-    if (handle_fd(handle, &fd)) tcflush(fd, TCIOFLUSH);
+    if (handle_fd(port, &fd)) tcflush(fd, TCIOFLUSH);
     return 0;
 }
 
-int serial_change_br(uint64_t handle, uint32_t baud) {
+int serial_change_br(SerialPort port, uint32_t baud) {
     int fd = -1;
     termios t{};
-    if (!handle_fd(handle, &fd) || tcgetattr(fd, &t) != 0) return -1;
+    if (!handle_fd(port, &fd) || tcgetattr(fd, &t) != 0) return -1;
     // Rate 0 would mean "hang up" to termios; it is no rate to switch to.
     if (baud == 0) return -2;
     t.c_cflag &= ~tcflag_t(CSIZE | PARENB | PARODD | CSTOPB);
@@ -384,12 +417,12 @@ int serial_change_br(uint64_t handle, uint32_t baud) {
     return 0;
 }
 
-int serial_CfgEvenParity(uint64_t handle) {
+int serial_CfgEvenParity(SerialPort port) {
     int fd = -1;
     termios t{};
-    if (!handle_fd(handle, &fd) || tcgetattr(fd, &t) != 0) {
+    if (!handle_fd(port, &fd) || tcgetattr(fd, &t) != 0) {
         vk_log("[ERROR] Unable to obtain serial port configuration\n");
-        serial_close(handle);
+        serial_close(port);
         return -1;
     }
     t.c_cflag |= PARENB;
@@ -401,25 +434,25 @@ int serial_CfgEvenParity(uint64_t handle) {
     // Win32; a pseudo-terminal accepts it yet keeps itself at 8N1.
     if (tcsetattr(fd, TCSADRAIN, &t) != 0) {
         vk_log("[ERROR] Unable to set serial port configuration\n");
-        serial_close(handle);
+        serial_close(port);
         return -1;
     }
     return 0;
 }
 
-int serial_CfgRTS(uint64_t handle, uint32_t level) {
-    if (handle == 0) {
+int serial_CfgRTS(SerialPort port, uint32_t level) {
+    if (port == SERIAL_NULL_PORT) {
         g_serial_rts_state = int(level);
         return 1;
     }
-    return set_modem_line(handle, TIOCM_RTS, level) ? 1 : 0;
+    return set_modem_line(port, TIOCM_RTS, level) ? 1 : 0;
 }
 
-int serial_CfgDTR(uint64_t handle, uint32_t level) {
-    if (handle == 0) {
+int serial_CfgDTR(SerialPort port, uint32_t level) {
+    if (port == SERIAL_NULL_PORT) {
         g_serial_dtr_state = int(level);
         return 1;
     }
     // DTR only; see serial_open for how this maps the Win32 routine.
-    return set_modem_line(handle, TIOCM_DTR, level) ? 1 : 0;
+    return set_modem_line(port, TIOCM_DTR, level) ? 1 : 0;
 }

@@ -16,7 +16,7 @@ uint32_t Vk_BuildSentence(char *out, const char *body) {
     return Vk_NMEA_AppendTrailer(out, VK_SENTENCE_SIZE);
 }
 
-uint32_t Vk_SendSentence(uint64_t port, const char *body, const VkSentence &how) {
+uint32_t Vk_SendSentence(SerialPort port, const char *body, const VkSentence &how) {
     char cmd[VK_SENTENCE_SIZE];
     uint32_t len = Vk_BuildSentence(cmd, body);
     if (how.log) vk_log(how.log, cmd);

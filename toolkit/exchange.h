@@ -34,4 +34,4 @@ uint32_t Vk_BuildSentence(char *out, const char *body);
 
 // Sends body as a sentence and waits for its reply as how says. Returns the
 // reply's verdict, 0 when no reply is awaited, or how.short_write_code.
-uint32_t Vk_SendSentence(uint64_t port, const char *body, const VkSentence &how);
+uint32_t Vk_SendSentence(SerialPort port, const char *body, const VkSentence &how);

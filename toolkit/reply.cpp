@@ -49,7 +49,7 @@ int Vk_ProcessSerialData(char *buf, uint32_t *len, char *carry, uint32_t *carry_
     return 1;
 }
 
-uint32_t Vk_WaitReply(uint64_t handle, const VkReplyWait &how, VkReplyJudge judge, void *state) {
+uint32_t Vk_WaitReply(SerialPort port, const VkReplyWait &how, VkReplyJudge judge, void *state) {
     uint32_t result = how.initial;
     // One byte more than a slice reads keeps the text NUL-terminated.
     const uint32_t size = how.read_size;
@@ -64,7 +64,7 @@ uint32_t Vk_WaitReply(uint64_t handle, const VkReplyWait &how, VkReplyJudge judg
     uint64_t elapsed = 0;
     for (;;) {
         memset(buf, 0, size + 1);
-        uint32_t n = serial_read(handle, buf, size, how.slice_ms);
+        uint32_t n = serial_read(port, buf, size, how.slice_ms);
         if (n == 0) {
             result = how.nothing_read;
         } else {
@@ -96,8 +96,8 @@ uint32_t judge_text(void *state, const char *buf, uint32_t len, uint32_t current
 
 }  // namespace
 
-uint32_t Vk_WaitReply(uint64_t handle, const char *expected, VkReplyCheck check,
+uint32_t Vk_WaitReply(SerialPort port, const char *expected, VkReplyCheck check,
                       const VkReplyWait &how) {
     TextCheck text{expected, check};
-    return Vk_WaitReply(handle, how, judge_text, &text);
+    return Vk_WaitReply(port, how, judge_text, &text);
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "core/result.h"
+#include "serial/serial.h"
 
 // Judges one read. buf holds len bytes and a terminating NUL; current is the
 // wait's result so far, which a checker may keep when the read says nothing.
@@ -35,10 +36,10 @@ using VkReplyJudge = uint32_t (*)(void *state, const char *buf, uint32_t len, ui
 
 // Reads the port in slices until judge returns 0 or the deadline passes;
 // returns the last verdict (or nothing_read after a silent slice).
-uint32_t Vk_WaitReply(uint64_t handle, const VkReplyWait &how, VkReplyJudge judge, void *state);
+uint32_t Vk_WaitReply(SerialPort port, const VkReplyWait &how, VkReplyJudge judge, void *state);
 
 // The same with a text check and the text it looks for.
-uint32_t Vk_WaitReply(uint64_t handle, const char *expected, VkReplyCheck check,
+uint32_t Vk_WaitReply(SerialPort port, const char *expected, VkReplyCheck check,
                       const VkReplyWait &how);
 
 // Joins a carried partial sentence in front of the len bytes of buf and

@@ -1,5 +1,7 @@
 #include "toolkit/session.h"
 
+#include <cstdio>
+
 #include "core/log.h"
 
 uint32_t Vk_OpenSession(const VkSessionRules &rules, int argc, char **argv, VkSession *s) {
@@ -20,10 +22,11 @@ uint32_t Vk_OpenSession(const VkSessionRules &rules, int argc, char **argv, VkSe
         if ((ret = vk_check_file_access(opts.file)) != VK_OK) return ret;
     }
     s->port = serial_open(opts.port, uint32_t(opts.baud));
-    if (int64_t(s->port) < 0) {
+    if (!serial_is_open(s->port)) {
         vk_log(rules.open_failed, opts.port);
+        fprintf(stderr, "vkagnss: %s\n", serial_last_error().what);  // the reason, for the operator
         return VK_ERR_PORT_OPEN;
     }
-    vk_log(rules.opened, long(s->port));
+    vk_log(rules.opened, long(s->port.handle));
     return VK_OK;
 }

@@ -11,14 +11,14 @@
 struct VkSessionRules {
     const char *entry_line = "";  // logged first
     VkOptionRules options;
-    const char *usage = "";  // the example of the usage line
+    const char *usage = "";                                 // the example of the usage line
     const char *open_failed = "[ERROR] Fail to open %s\n";  // "%s": the port's name
     const char *opened = " open uart_fd:%ld\n";             // "%ld": the port's handle
 };
 
 struct VkSession {
     VkOptions opts;
-    uint64_t port = SERIAL_INVALID_HANDLE;
+    SerialPort port;
 };
 
 // Returns 0 with the port open, or the code the flow returns (nothing open).

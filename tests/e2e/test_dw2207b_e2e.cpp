@@ -478,18 +478,20 @@ TEST_F(Dw2207bE2E, PortThatCannotBeOpened) {
     EXPECT_EQ(mask(r.out), head() + "[SSS.mmm][INFO] Start way:HOT\n" +
                                "[SSS.mmm][ERROR] Fail to open /dev/vkagnss-no-such-port\n" +
                                "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x104]\n");
+    EXPECT_EQ(r.err, "vkagnss: open /dev/vkagnss-no-such-port: No such file or directory\n");
     EXPECT_EQ(r.status, 20);
 }
 
 TEST_F(Dw2207bE2E, PortHeldByAnotherProgramCannotBeOpened) {
     start();
-    uint64_t held = serial_open(port_.c_str(), 115200);
-    ASSERT_GE(int64_t(held), 0);
+    SerialPort held = serial_open(port_.c_str(), 115200);
+    ASSERT_TRUE(serial_is_open(held));
     ToolRun r = run_tool(args({"-sHOT"}));
     serial_close(held);
     EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Fail to open " + port_ + "\n" +
                                "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x104]\n"),
               std::string::npos);
+    EXPECT_EQ(r.err, "vkagnss: " + port_ + ": held by another program\n");
     EXPECT_EQ(r.status, 20);
     EXPECT_TRUE(finish().raw.empty());
 }

@@ -613,7 +613,7 @@ namespace {
 
 struct PtyPair {
     int master = -1;
-    uint64_t port = SERIAL_INVALID_HANDLE;
+    SerialPort port;
     PtyPair() {
         int slave = -1;
         char name[128];
@@ -643,7 +643,7 @@ std::string clock_masked(const std::string &s) {
 
 TEST(EpoBinaryAck, TextBeforeTheFrameIsEchoedAndTheFrameMatched) {
     PtyPair p;
-    ASSERT_GE(int64_t(p.port), 0);
+    ASSERT_TRUE(serial_is_open(p.port));
     std::vector<uint8_t> bytes = {'$', 'G', 'N', 'T', 'X', 'T', '\r', '\n'};
     std::vector<uint8_t> ack = epo_ack(1201);
     bytes.insert(bytes.end(), ack.begin(), ack.end());
@@ -661,7 +661,7 @@ TEST(EpoBinaryAck, TextBeforeTheFrameIsEchoedAndTheFrameMatched) {
 
 TEST(EpoBinaryAck, StrayStartByteInTextIsSkippedUntilTheFrameComes) {
     PtyPair p;
-    ASSERT_GE(int64_t(p.port), 0);
+    ASSERT_TRUE(serial_is_open(p.port));
     std::vector<uint8_t> bytes = {0x04, '$', 'G', 'N', 'T', 'X', 'T', ',', '1', '\r', '\n'};
     std::vector<uint8_t> ack = epo_ack(1200);
     bytes.insert(bytes.end(), ack.begin(), ack.end());
@@ -674,7 +674,7 @@ TEST(EpoBinaryAck, StrayStartByteInTextIsSkippedUntilTheFrameComes) {
 
 TEST(EpoBinaryAck, RefusedFrameIsNotAcceptedAndTheWaitRunsOut) {
     PtyPair p;
-    ASSERT_GE(int64_t(p.port), 0);
+    ASSERT_TRUE(serial_is_open(p.port));
     p.send(epo_ack(1201, 1));
     uint8_t reply[16] = {0};
     testing::internal::CaptureStdout();
@@ -684,7 +684,7 @@ TEST(EpoBinaryAck, RefusedFrameIsNotAcceptedAndTheWaitRunsOut) {
 
 TEST(EpoBinaryAck, AcknowledgementOfAnotherFrameDoesNotCount) {
     PtyPair p;
-    ASSERT_GE(int64_t(p.port), 0);
+    ASSERT_TRUE(serial_is_open(p.port));
     p.send(epo_ack(1202));
     uint8_t reply[16] = {0};
     testing::internal::CaptureStdout();

@@ -13,7 +13,7 @@ namespace {
 
 struct Receiver {
     Sim *sim = nullptr;
-    uint64_t port = SERIAL_INVALID_HANDLE;
+    SerialPort port;
     explicit Receiver(const char *platform, uint32_t repeat_ms = 0) {
         SimConfig cfg;
         cfg.platform = platform;
@@ -36,7 +36,7 @@ uint8_t gps_record[72] = {0x10, 0x27, 0x00, 0x05};  // hour 10000, SVID 5
 // it), and with "no reply" when the line falls silent after it.
 TEST(EpoStatus, ReceiverWithoutDataAnswersNone) {
     Receiver r("ag33xx", 50);
-    ASSERT_GE(int64_t(r.port), 0);
+    ASSERT_TRUE(serial_is_open(r.port));
     epo_set_type(0);
     testing::internal::CaptureStdout();
     EXPECT_EQ(epo_query_status(&AG33XX_Dialect, r.port), 0x300u);
@@ -47,7 +47,7 @@ TEST(EpoStatus, ReceiverWithoutDataAnswersNone) {
 
 TEST(EpoStatus, ReceiverHoldingRecordsAnswersTheirCount) {
     Receiver r("ag33xx");
-    ASSERT_GE(int64_t(r.port), 0);
+    ASSERT_TRUE(serial_is_open(r.port));
     testing::internal::CaptureStdout();
     ASSERT_EQ(epo_send_record(&AG33XX_Dialect, r.port, gps_record, 0, 5), 0u);
     ASSERT_EQ(epo_send_record(&AG33XX_Dialect, r.port, gps_record, 0, 5), 0u);
@@ -60,7 +60,7 @@ TEST(EpoStatus, ReceiverHoldingRecordsAnswersTheirCount) {
 
 TEST(EpoStatus, ReportOfNoDataFollowedBySilenceIsNoReply) {
     Receiver r("ag33xx");
-    ASSERT_GE(int64_t(r.port), 0);
+    ASSERT_TRUE(serial_is_open(r.port));
     epo_set_type(2);
     testing::internal::CaptureStdout();
     EXPECT_EQ(epo_query_status(&AG33XX_Dialect, r.port), 0x200u);
@@ -70,7 +70,7 @@ TEST(EpoStatus, ReportOfNoDataFollowedBySilenceIsNoReply) {
 
 TEST(EpoStatus, GpsGlonassFileAsksForBothSystemsAndStopsAtTheFirstEmpty) {
     Receiver r("ag33xx", 50);
-    ASSERT_GE(int64_t(r.port), 0);
+    ASSERT_TRUE(serial_is_open(r.port));
     testing::internal::CaptureStdout();
     ASSERT_EQ(epo_send_record(&AG33XX_Dialect, r.port, gps_record, 0, 5), 0u);
     epo_set_type(1);
@@ -86,16 +86,16 @@ TEST(EpoStatus, GpsGlonassFileAsksForBothSystemsAndStopsAtTheFirstEmpty) {
 TEST(EpoStatus, InvalidOrUnknownTypeIsNotAsked) {
     testing::internal::CaptureStdout();
     epo_set_type(-1);
-    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, SERIAL_INVALID_HANDLE), 0x102u);
+    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, SERIAL_NO_PORT), 0x102u);
     epo_set_type(9);
-    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, SERIAL_INVALID_HANDLE), 0x107u);
+    EXPECT_EQ(epo_query_status(&AG33XX_Dialect, SERIAL_NO_PORT), 0x107u);
     EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
               "[SSS.mmm][ERROR] Invalid epo type\n[SSS.mmm][ERROR] Unknown EPO type 9\n");
 }
 
 TEST(EpoStatus, SecondPlatformTakesAnyStatusReport) {
     Receiver r("rz610mxxxx");
-    ASSERT_GE(int64_t(r.port), 0);
+    ASSERT_TRUE(serial_is_open(r.port));
     epo_set_type(3);
     testing::internal::CaptureStdout();
     EXPECT_EQ(epo_query_status(&RZ610MXXXX_Dialect, r.port), 0u);

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "tests/support/stamp_mask.h"
 
 #include <cstdio>
@@ -131,29 +133,32 @@ std::vector<uint8_t> read_master(int fd, size_t n, int max_ms = 5000) {
     return out;
 }
 
-bool wait_input(uint64_t handle, int max_ms) {
-    pollfd pfd{int(handle), POLLIN, 0};
+bool wait_input(SerialPort handle, int max_ms) {
+    pollfd pfd{int(handle.handle), POLLIN, 0};
     return poll(&pfd, 1, max_ms) == 1;
 }
 
-bool is_open(uint64_t h) { return int64_t(h) >= 0; }
+bool is_open(SerialPort h) { return serial_is_open(h); }
 
 }  // namespace
 
 TEST(SerialPort, OpensByPathAndCloses) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
-    EXPECT_NE(h, 0u);
-    EXPECT_GE(h, 3u);
+    EXPECT_NE(h.handle, 0u);
+    EXPECT_GE(h.handle, 3u);
     EXPECT_EQ(serial_close(h), 0);
 }
 
 TEST(SerialPort, MissingDeviceGivesInvalidHandle) {
-    EXPECT_EQ(serial_open("/dev/vk-no-such-port-here", 115200), SERIAL_INVALID_HANDLE);
-    EXPECT_EQ(serial_open("vk-no-such-port-here", 115200), SERIAL_INVALID_HANDLE);
-    EXPECT_EQ(int64_t(serial_open("/nonexistent-dir/ttyX", 9600)), -1);
+    EXPECT_EQ(serial_open("/dev/vk-no-such-port-here", 115200), SERIAL_NO_PORT);
+    EXPECT_EQ(serial_open("vk-no-such-port-here", 115200), SERIAL_NO_PORT);
+    EXPECT_EQ(serial_open("/nonexistent-dir/ttyX", 9600), SERIAL_NO_PORT);
+    SerialError e = serial_last_error();
+    EXPECT_EQ(e.code, ENOENT);
+    EXPECT_STREQ(e.what, "open /nonexistent-dir/ttyX: No such file or directory");
 }
 
 TEST(SerialPort, OrdinaryFileIsNotAPort) {
@@ -162,19 +167,20 @@ TEST(SerialPort, OrdinaryFileIsNotAPort) {
     ASSERT_GE(fd, 0);
     write_str(fd, "keep me");
     close(fd);
-    EXPECT_EQ(serial_open(path, 115200), SERIAL_INVALID_HANDLE);
+    EXPECT_EQ(serial_open(path, 115200), SERIAL_NO_PORT);
+    EXPECT_EQ(serial_last_error().code, ENOTTY);
     unlink(path);
 }
 
 TEST(SerialPort, SecondOpenOfAHeldPortFails) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t first = serial_open(pty.name, 115200);
+    SerialPort first = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(first));
-    EXPECT_EQ(serial_open(pty.name, 115200), SERIAL_INVALID_HANDLE);
+    EXPECT_EQ(serial_open(pty.name, 115200), SERIAL_NO_PORT);
     EXPECT_EQ(serial_close(first), 0);
     // Released on close: the port can be opened again.
-    uint64_t again = serial_open(pty.name, 115200);
+    SerialPort again = serial_open(pty.name, 115200);
     EXPECT_TRUE(is_open(again));
     serial_close(again);
 }
@@ -185,11 +191,11 @@ TEST(SerialPort, HandleNeverLandsOnTheStandardStreams) {
     int saved = dup(0);
     ASSERT_GE(saved, 0);
     close(0);  // the next open() would return 0
-    uint64_t h = serial_open(pty.name, 9600);
+    SerialPort h = serial_open(pty.name, 9600);
     dup2(saved, 0);
     close(saved);
     ASSERT_TRUE(is_open(h));
-    EXPECT_GE(h, 3u);
+    EXPECT_GE(h.handle, 3u);
     // The descriptor is usable.
     write_str(pty.master, "ok");
     uint8_t buf[8] = {0};
@@ -202,11 +208,11 @@ TEST(SerialPort, AcceptsStandardAndOddBaudRates) {
     for (uint32_t baud : rates) {
         Pty pty;
         ASSERT_TRUE(pty.ok());
-        uint64_t h = serial_open(pty.name, baud);
+        SerialPort h = serial_open(pty.name, baud);
         ASSERT_TRUE(is_open(h)) << baud;
 #if defined(__linux__)
         unsigned got = 0;
-        ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+        ASSERT_EQ(vk_linux_get_baud(int(h.handle), &got), 0);
         EXPECT_EQ(got, baud);
 #endif
         serial_close(h);
@@ -225,10 +231,10 @@ TEST(SerialPort, OpenSetsRaw8N1WithoutFlowControl) {
     t.c_oflag |= OPOST | ONLCR;
     tcsetattr(pty.slave, TCSANOW, &t);
 
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     termios r{};
-    ASSERT_EQ(tcgetattr(int(h), &r), 0);
+    ASSERT_EQ(tcgetattr(int(h.handle), &r), 0);
     EXPECT_EQ(r.c_cflag & CSIZE, tcflag_t(CS8));
     EXPECT_EQ(r.c_cflag & (PARENB | CSTOPB | CRTSCTS), 0u);
     EXPECT_NE(r.c_cflag & CLOCAL, 0u);
@@ -251,7 +257,7 @@ TEST(SerialPort, OpenSetsRaw8N1WithoutFlowControl) {
 TEST(SerialPort, ReadReturnsWhatTheModuleSent) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     write_str(pty.master, "$PAIR001,004,0*3E\r\n");
     char buf[256] = {0};
@@ -263,7 +269,7 @@ TEST(SerialPort, ReadReturnsWhatTheModuleSent) {
 TEST(SerialPort, ReadEndsWithTheBurstNotAtTheLength) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     // The second burst comes long after the first has ended: a read asking
     // for far more than the first burst must hand back only the first.
@@ -284,7 +290,7 @@ TEST(SerialPort, ReadEndsWithTheBurstNotAtTheLength) {
 TEST(SerialPort, ReadOnASilentLineReturnsZero) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     uint8_t buf[64];
     EXPECT_EQ(serial_read(h, buf, sizeof buf, 200), 0u);
@@ -295,7 +301,7 @@ TEST(SerialPort, ReadOnASilentLineReturnsZero) {
 TEST(SerialPort, ReadStopsAtLength) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     write_str(pty.master, "0123456789ABCDEFGHIJ");
     ASSERT_TRUE(wait_input(h, 2000));
@@ -312,7 +318,7 @@ TEST(SerialPort, ReadStopsAtLength) {
 TEST(SerialPort, ReadWithZeroTimeoutTakesWhatIsThere) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     uint8_t buf[16];
     EXPECT_EQ(serial_read(h, buf, sizeof buf, 0), 0u);
@@ -326,7 +332,7 @@ TEST(SerialPort, ReadWithZeroTimeoutTakesWhatIsThere) {
 TEST(SerialPort, ReadUntilCollectsAcrossSeparateWrites) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     std::thread module([&] {
         write_str(pty.master, "abc");
@@ -344,7 +350,7 @@ TEST(SerialPort, ReadUntilCollectsAcrossSeparateWrites) {
 TEST(SerialPort, ReadUntilReturnsTheShortCountAtTheTimeout) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     write_str(pty.master, "abc");
     char buf[16] = {0};
@@ -356,7 +362,7 @@ TEST(SerialPort, ReadUntilReturnsTheShortCountAtTheTimeout) {
 TEST(SerialPort, WritesArriveByteExact) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     std::vector<uint8_t> data(256);
     for (size_t i = 0; i < data.size(); ++i) data[i] = uint8_t(i);
@@ -371,7 +377,7 @@ TEST(SerialPort, WritesArriveByteExact) {
 TEST(SerialPort, LargeWriteWaitsForRoomAndArrivesWhole) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 921600);
+    SerialPort h = serial_open(pty.name, 921600);
     ASSERT_TRUE(is_open(h));
     // Far more than the pseudo-terminal buffers: the write must wait for the
     // reader rather than stop short.
@@ -392,7 +398,7 @@ TEST(SerialPort, LargeWriteWaitsForRoomAndArrivesWhole) {
 TEST(SerialPort, HungUpLineReadsAndWritesNothing) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     close(pty.master);
     pty.master = -1;
@@ -407,7 +413,7 @@ TEST(SerialPort, HungUpLineReadsAndWritesNothing) {
 TEST(SerialPort, FlushDropsPendingInput) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     ASSERT_TRUE(is_open(h));
     write_str(pty.master, "stale junk");
     ASSERT_TRUE(wait_input(h, 2000));
@@ -424,26 +430,26 @@ TEST(SerialPort, FlushDropsPendingInput) {
 TEST(SerialPort, ChangeBaudRateOnAnOpenPort) {
     Pty pty;
     ASSERT_TRUE(pty.ok());
-    uint64_t h = serial_open(pty.name, 9600);
+    SerialPort h = serial_open(pty.name, 9600);
     ASSERT_TRUE(is_open(h));
     EXPECT_EQ(serial_change_br(h, 115200), 0);
 #if defined(__linux__)
     unsigned got = 0;
-    ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+    ASSERT_EQ(vk_linux_get_baud(int(h.handle), &got), 0);
     EXPECT_EQ(got, 115200u);
 #endif
     EXPECT_EQ(serial_change_br(h, 250000), 0);
 #if defined(__linux__)
-    ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+    ASSERT_EQ(vk_linux_get_baud(int(h.handle), &got), 0);
     EXPECT_EQ(got, 250000u);
 #endif
     EXPECT_EQ(serial_change_br(h, 921600), 0);
 #if defined(__linux__)
-    ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+    ASSERT_EQ(vk_linux_get_baud(int(h.handle), &got), 0);
     EXPECT_EQ(got, 921600u);
 #endif
     termios r{};
-    ASSERT_EQ(tcgetattr(int(h), &r), 0);
+    ASSERT_EQ(tcgetattr(int(h.handle), &r), 0);
     EXPECT_EQ(r.c_cflag & CSIZE, tcflag_t(CS8));
     EXPECT_EQ(r.c_cflag & (PARENB | CSTOPB), 0u);
     // Still a working line.
@@ -455,7 +461,7 @@ TEST(SerialPort, ChangeBaudRateOnAnOpenPort) {
 }
 
 TEST(SerialPort, ChangeBaudRateOnAClosedHandleFails) {
-    EXPECT_EQ(serial_change_br(SERIAL_INVALID_HANDLE, 115200), -1);
+    EXPECT_EQ(serial_change_br(SERIAL_NO_PORT, 115200), -1);
 }
 
 TEST(SerialPort, EvenParityFollowsWhatTheDeviceAccepts) {
@@ -470,7 +476,7 @@ TEST(SerialPort, EvenParityFollowsWhatTheDeviceAccepts) {
     probe.c_cflag &= ~tcflag_t(PARODD);
     const bool accepted = tcsetattr(pty.slave, TCSANOW, &probe) == 0;
 
-    uint64_t h = serial_open(pty.name, 250000);
+    SerialPort h = serial_open(pty.name, 250000);
     ASSERT_TRUE(is_open(h));
     testing::internal::CaptureStdout();
     int rc = serial_CfgEvenParity(h);
@@ -480,7 +486,7 @@ TEST(SerialPort, EvenParityFollowsWhatTheDeviceAccepts) {
         EXPECT_EQ(out, "");
 #if defined(__linux__)
         unsigned got = 0;
-        ASSERT_EQ(vk_linux_get_baud(int(h), &got), 0);
+        ASSERT_EQ(vk_linux_get_baud(int(h.handle), &got), 0);
         EXPECT_EQ(got, 250000u);
 #endif
         write_str(pty.master, "even");
@@ -495,9 +501,9 @@ TEST(SerialPort, EvenParityFollowsWhatTheDeviceAccepts) {
         // The failure closed the port: the descriptor is gone and the
         // device can be opened again.
         errno = 0;
-        EXPECT_EQ(fcntl(int(h), F_GETFD), -1);
+        EXPECT_EQ(fcntl(int(h.handle), F_GETFD), -1);
         EXPECT_EQ(errno, EBADF);
-        uint64_t again = serial_open(pty.name, 115200);
+        SerialPort again = serial_open(pty.name, 115200);
         EXPECT_TRUE(is_open(again));
         serial_close(again);
     }
@@ -505,7 +511,7 @@ TEST(SerialPort, EvenParityFollowsWhatTheDeviceAccepts) {
 
 TEST(SerialPort, EvenParityFailureReportsAndCloses) {
     testing::internal::CaptureStdout();
-    int rc = serial_CfgEvenParity(SERIAL_INVALID_HANDLE);
+    int rc = serial_CfgEvenParity(SERIAL_NO_PORT);
     std::string out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_EQ(rc, -1);
     EXPECT_EQ(out, "[SSS.mmm][ERROR] Unable to obtain serial port configuration\n");
@@ -515,7 +521,7 @@ TEST(SerialPort, EvenParityFailureReportsAndCloses) {
     int fd = open("/dev/null", O_RDWR);
     ASSERT_GE(fd, 3);
     testing::internal::CaptureStdout();
-    rc = serial_CfgEvenParity(uint64_t(fd));
+    rc = serial_CfgEvenParity(SerialPort{uint64_t(fd)});
     out = mask_stamps(testing::internal::GetCapturedStdout());
     EXPECT_EQ(rc, -1);
     EXPECT_EQ(out, "[SSS.mmm][ERROR] Unable to obtain serial port configuration\n");
@@ -532,10 +538,10 @@ TEST(SerialPort, LineControlWithNullHandleOnlyStores) {
     int saved = dup(0);
     ASSERT_GE(saved, 0);
     dup2(pty.slave, 0);
-    int rts = serial_CfgRTS(0, 1);
-    int dtr = serial_CfgDTR(0, 1);
-    int rts0 = serial_CfgRTS(0, 0);
-    int dtr0 = serial_CfgDTR(0, 0);
+    int rts = serial_CfgRTS(SERIAL_NULL_PORT, 1);
+    int dtr = serial_CfgDTR(SERIAL_NULL_PORT, 1);
+    int rts0 = serial_CfgRTS(SERIAL_NULL_PORT, 0);
+    int dtr0 = serial_CfgDTR(SERIAL_NULL_PORT, 0);
     dup2(saved, 0);
     close(saved);
     EXPECT_EQ(rts, 1);
@@ -551,7 +557,7 @@ TEST(SerialPort, PseudoTerminalRefusesLineControlButStillOpens) {
     ASSERT_TRUE(pty.ok());
     // Levels pending: the open applies them, the pty refuses, the open stands.
     Vk_Uart_ConfigDtrRts(1, 1);
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     Vk_Uart_ConfigDtrRts(0, 0);
     ASSERT_TRUE(is_open(h));
     EXPECT_EQ(serial_CfgRTS(h, 1), 0);
@@ -565,9 +571,7 @@ TEST(SerialPort, PseudoTerminalRefusesLineControlButStillOpens) {
     EXPECT_EQ(serial_close(h), 0);
 }
 
-TEST(SerialPort, CloseOfAnInvalidHandleReturnsZero) {
-    EXPECT_EQ(serial_close(SERIAL_INVALID_HANDLE), 0);
-}
+TEST(SerialPort, CloseOfAnInvalidHandleReturnsZero) { EXPECT_EQ(serial_close(SERIAL_NO_PORT), 0); }
 
 // The trace switch cannot be turned off again, so the trace is checked in a
 // child process to keep it away from every other test's output.
@@ -586,7 +590,7 @@ void expect_text(const std::string &what, const std::string &got, const std::str
 void run_trace_checks() {
     Pty pty;
     if (!pty.ok()) _exit(2);
-    uint64_t h = serial_open(pty.name, 115200);
+    SerialPort h = serial_open(pty.name, 115200);
     if (!is_open(h)) _exit(3);
     serial_enable_debug();
     uint8_t buf[64];
