@@ -28,6 +28,8 @@ enum : uint32_t {
     EPO_SEGMENT_SECONDS = 6 * 3600,
     EPO_FRAME_CAPACITY = 101,
     EPO_MAX_SATS = 64,
+    EPO_ACK_ID = 1000,  // the receiver's acknowledgement frame
+    EPO_ACK_SIZE = 13,
 };
 
 // Result codes of this engine beyond the shared ones.

@@ -5,7 +5,8 @@
 #include "core/log.h"
 #include "epo/epo.h"
 #include "serial/serial.h"
-#include "toolkit/checksum.h"
+#include "toolkit/frame.h"
+#include "toolkit/reply.h"
 
 namespace {
 
@@ -190,49 +191,53 @@ uint32_t epo_package_frame(uint16_t msg_id, const uint8_t *payload, uint32_t len
         vk_log("[ERROR] MsgTotalLen[%u] is not enough\n", *inout_len);
         return VK_ERR_PARAM;
     }
-    out[0] = 0x04;
-    out[1] = 0x24;
-    out[2] = uint8_t(msg_id & 0xFF);
-    out[3] = uint8_t(msg_id >> 8);
-    out[4] = uint8_t(len & 0xFF);
-    out[5] = uint8_t(len >> 8);
-    memcpy(out + 6, payload, len);
-    out[6 + len] = Vk_Check_XOR(out + 2, len + 4);
-    out[7 + len] = 0xAA;
-    out[8 + len] = 0x44;
-    *inout_len = len + 9;
+    *inout_len = vk_frame_build(kVkFrameEpo, msg_id, {payload, len}, {out, *inout_len});
     return 0;
 }
 
-uint32_t epo_wait_bin_ack(SerialPort port, uint8_t *reply, uint16_t msg_id) {
-    // 04 24 | E8 03 | 04 00 | id (as sent) | 00 00 | checksum | AA 44
-    const int expected[13] = {0x04,        0x24, 0xE8, 0x03, 0x04, 0x00, msg_id & 0xFF,
-                              msg_id >> 8, 0x00, 0x00, -1,   0xAA, 0x44};
-    printf("[%llu] ", (unsigned long long)Vk_ClockGetTimeMs());
-    uint32_t result = VK_ERR_NO_REPLY;
-    int state = 0;
-    uint64_t start = Vk_ClockGetTimeMs();
-    uint64_t elapsed = 0;
-    while (!Vk_CalculateElapsedTime(start, 5000, &elapsed)) {
-        uint8_t b = 0;
-        if (serial_read(port, &b, 1, 20) != 1) continue;
-        if (state < 0 || state > 12) {
-            result = VK_ERR_COMMAND;
-            break;
+namespace {
+
+// The acknowledgement matcher and where the matched bytes go.
+struct BinAckWait {
+    VkFrameMatch match;
+    uint8_t *reply;
+};
+
+// Text in front of the frame is the receiver's own output: it is shown as it
+// is, the frame's bytes in hex. A wrong byte inside the frame is skipped.
+uint32_t judge_bin_ack(void *state, const char *buf, uint32_t len, uint32_t current) {
+    BinAckWait *w = static_cast<BinAckWait *>(state);
+    for (uint32_t i = 0; i < len; ++i) {
+        uint8_t b = uint8_t(buf[i]);
+        uint32_t at = w->match.state;
+        bool taken = false;
+        bool done = vk_frame_match_feed(w->match, b, &taken);
+        if (taken) {
+            printf("%02X", b);
+            w->reply[at] = b;
+        } else if (at == 0) {
+            putchar(b);
         }
-        if (expected[state] != -1 && b != expected[state]) {
-            // Text before the frame is the receiver's own output: show it.
-            // Inside the frame a wrong byte is skipped and the state kept.
-            if (state == 0) putchar(b);
-            continue;
-        }
-        printf("%02X", b);
-        reply[state] = b;
-        if (++state == 13) {
-            result = 0;
-            break;
-        }
+        if (done) return 0;
     }
+    return current;
+}
+
+}  // namespace
+
+uint32_t epo_wait_bin_ack(SerialPort port, uint8_t *reply, uint16_t msg_id) {
+    // 04 24 | E8 03 | 04 00 | id (as sent) | 00 00 | checksum (not checked) | AA 44
+    const uint8_t acked[4] = {uint8_t(msg_id & 0xFF), uint8_t(msg_id >> 8), 0, 0};
+    uint8_t value[EPO_ACK_SIZE], mask[EPO_ACK_SIZE];
+    vk_frame_pattern(kVkFrameEpo, EPO_ACK_ID, acked, false, value, mask);
+    BinAckWait w{.match = {.value = value, .mask = mask, .on_mismatch = VkOnMismatch::KeepState},
+                 .reply = reply};
+    printf("[%llu] ", (unsigned long long)Vk_ClockGetTimeMs());
+    // Byte by byte, so that what follows the acknowledgement stays in the
+    // line for the next wait.
+    uint32_t result = Vk_WaitReply(
+        port, {.timeout_ms = 5000, .initial = VK_ERR_NO_REPLY, .read_size = 1, .slice_ms = 20},
+        judge_bin_ack, &w);
     printf("\n");
     fflush(stdout);
     return result;

@@ -55,16 +55,10 @@ static_assert(kCrc32.v[1] == 0x77073096u, "CRC-32 table");
 static_assert(kCrc16.v[1] == 0x1021u, "CRC-16 table");
 static_assert(kCrc24q.v[1] == 0x864CFBu, "CRC-24Q table");
 
-// The 8-bit Fletcher sum both frame checksums share.
+// The 8-bit Fletcher sum both frame checksums share, taken after the two sync bytes.
 uint16_t two_sum(const uint8_t *data, uint32_t len) {
     if (data == nullptr || len <= 3) return 0;
-    uint8_t a = 0;
-    uint8_t b = 0;
-    for (uint32_t i = 2; i < len; ++i) {
-        a = uint8_t(a + data[i]);
-        b = uint8_t(b + a);
-    }
-    return uint16_t(uint16_t(b) << 8 | a);
+    return Vk_Fletcher8(data + 2, len - 2);
 }
 
 }  // namespace
@@ -83,6 +77,17 @@ uint8_t Vk_Check_XOR(const uint8_t *data, uint32_t len) {
     uint8_t x = 0;
     for (uint32_t i = 0; i < len; ++i) x ^= data[i];
     return x;
+}
+
+uint16_t Vk_Fletcher8(const uint8_t *data, uint32_t len) {
+    if (data == nullptr) return 0;
+    uint8_t a = 0;
+    uint8_t b = 0;
+    for (uint32_t i = 0; i < len; ++i) {
+        a = uint8_t(a + data[i]);
+        b = uint8_t(b + a);
+    }
+    return uint16_t(uint16_t(b) << 8 | a);
 }
 
 uint16_t Vk_Check_Crc16(const uint8_t *data, uint32_t len) { return two_sum(data, len); }

@@ -13,6 +13,9 @@ uint8_t Vk_Check_XOR(const uint8_t *data, uint32_t len);
 uint16_t Vk_Check_Crc16(const uint8_t *data, uint32_t len);
 // The same two-sum, used by the HD/MJ binary frames.
 uint16_t Vk_Check_Varnok(const uint8_t *data, uint32_t len);
+// 8-bit Fletcher sum over all len bytes: a and b start at 0, a += byte and
+// b += a for each byte, both modulo 256; returns b << 8 | a. 0 for a null pointer.
+uint16_t Vk_Fletcher8(const uint8_t *data, uint32_t len);
 // CRC-24Q (RTCM 3), initial value 0; the seed is accepted and not used.
 uint32_t Vk_Check_CRC24Q(uint32_t seed, const uint8_t *data, uint32_t len);
 // CRC-16/XMODEM.
