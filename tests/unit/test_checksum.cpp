@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/ref_crc16.h"
 #include "toolkit/checksum.h"
 
 namespace {
@@ -23,16 +24,6 @@ uint32_t ref_crc32(uint32_t crc, const uint8_t *p, size_t n) {
         for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ ((crc & 1u) ? 0xEDB88320u : 0u);
     }
     return ~crc;
-}
-
-uint16_t ref_crc16_xmodem(const uint8_t *p, size_t n) {
-    uint16_t crc = 0;
-    for (size_t i = 0; i < n; ++i) {
-        crc = uint16_t(crc ^ (uint16_t(p[i]) << 8));
-        for (int k = 0; k < 8; ++k)
-            crc = uint16_t((crc & 0x8000u) ? ((crc << 1) ^ 0x1021u) : (crc << 1));
-    }
-    return crc;
 }
 
 uint32_t ref_crc24q(const uint8_t *p, size_t n) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/ref_crc16.h"
 #include "toolkit/checksum.h"
 #include "toolkit/frame.h"
 
@@ -21,17 +22,6 @@ Bytes cat(std::initializer_list<Bytes> parts) {
     Bytes out;
     for (const Bytes &p : parts) out.insert(out.end(), p.begin(), p.end());
     return out;
-}
-
-// CRC-16/XMODEM one bit at a time, from the polynomial 0x1021 alone.
-uint16_t ref_crc16_xmodem(const uint8_t *p, size_t n) {
-    uint16_t crc = 0;
-    for (size_t i = 0; i < n; ++i) {
-        crc = uint16_t(crc ^ (uint16_t(p[i]) << 8));
-        for (int k = 0; k < 8; ++k)
-            crc = uint16_t((crc & 0x8000u) ? ((crc << 1) ^ 0x1021u) : (crc << 1));
-    }
-    return crc;
 }
 
 // Builds into a buffer with room to spare and returns exactly the frame's bytes.
