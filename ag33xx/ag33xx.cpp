@@ -18,7 +18,6 @@ const EpoLetter kLetters[] = {{0, "G"}, {2, "E"}, {3, "C"}};
 const EpoTypeValue kPlainLists[] = {{0, 32}};
 const int32_t kHeaderTypes[] = {2, 3};
 const int32_t kPairTypes[] = {1};
-const EpoTypeValue kStatusSystems[] = {{0, 0}, {1, 0}, {2, 2}, {3, 3}};
 // FULLCOLD is taken as COLD: the flows never send the full-cold restart.
 const VkStartWayName kStartWays[] = {
     {"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}, {"FULLCOLD", 3}};
@@ -71,15 +70,9 @@ uint32_t AG33XX_CheckNmeaCmdRsp(const char *buf, uint32_t len, const char *addre
 
 uint32_t AG33XX_CheckNmeaRpt(const char *buf, uint32_t len, const char *expected, uint32_t) {
     if (len == 0) return VK_ERR_NO_REPLY;
-    const char *found = Vk_FindText(buf, len, expected);
-    if (found == nullptr) return VK_ERR_NO_REPLY;
-    if (strncmp(expected, "$PAIR011", 8) == 0) return 0;
-    if (strstr(expected, "$PAIR470") == nullptr) return VK_ERR_NO_REPLY;
-    // "$PAIR470,<system>,<count>": the field after the expected text and its comma.
-    const char *after = found + strlen(expected);
-    int count = (after < buf + len) ? atoi(after + 1) : 0;
-    vk_log("[INFO] total number of EPO data sets: %d\n", count);
-    return count != 0 ? uint32_t(0) : uint32_t(EPO_ERR_NO_DATA);
+    // The restart report "$PAIR011" is the only report a flow waits for.
+    if (Vk_FindText(buf, len, expected) == nullptr) return VK_ERR_NO_REPLY;
+    return strncmp(expected, "$PAIR011", 8) == 0 ? uint32_t(0) : uint32_t(VK_ERR_NO_REPLY);
 }
 
 const EpoDialect AG33XX_Dialect = {
@@ -95,7 +88,6 @@ const EpoDialect AG33XX_Dialect = {
             .pair_types = kPairTypes,
             .pair_gps_mask = 0,  // GPS records with mode 0
             .pair_glo_mask = 1,  // GLONASS records with mode 1
-            .status_systems = kStatusSystems,
         },
     .commands =
         {
@@ -104,8 +96,6 @@ const EpoDialect AG33XX_Dialect = {
             .time_address = "$PAIR590",
             .pos_address = "$PAIR600",
             .clear_address = "$PAIR472",
-            .status_address = "$PAIR470",
-            .status_full_expect = true,
             .record_address = "$PAIR471",
             .time_body = time_body,
             .pos_body = pos_body,

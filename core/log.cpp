@@ -16,7 +16,6 @@
 
 namespace {
 uint64_t g_origin_ms = 0;
-float g_origin_secs = 0.0f;
 }  // namespace
 
 uint64_t Vk_ClockGetTimeMs() {
@@ -43,13 +42,6 @@ uint32_t vk_elapsed_since(uint64_t *origin, uint64_t now_ms) {
 }
 
 uint32_t flash_tool_msecs() { return vk_elapsed_since(&g_origin_ms, Vk_ClockGetTimeMs()); }
-
-float flash_tool_secs() {
-    uint32_t ms = flash_tool_msecs();
-    float s = float(ms % 1000) / 1000.0f + float(ms / 1000);
-    if (g_origin_secs == 0.0f) g_origin_secs = s;
-    return s - g_origin_secs;
-}
 
 bool Vk_CalculateElapsedTime(uint64_t start_ms, uint32_t timeout_ms, uint64_t *elapsed_out) {
     uint64_t now = Vk_ClockGetTimeMs();

@@ -30,8 +30,6 @@ struct VkDateTime {
 uint64_t Vk_ClockGetTimeMs();
 // Milliseconds since the first call (which fixes the origin and returns 0).
 uint32_t flash_tool_msecs();
-// Seconds since the first call of this function, as a float.
-float flash_tool_secs();
 // Writes now - start_ms to *elapsed_out and tells whether it reached
 // timeout_ms. A zero time-out reports "reached" at once without writing.
 bool Vk_CalculateElapsedTime(uint64_t start_ms, uint32_t timeout_ms, uint64_t *elapsed_out);

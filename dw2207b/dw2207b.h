@@ -15,8 +15,6 @@ enum : uint32_t {
     DW2207B_ERR_EPH_FILE = 0x206,    // bad frame header, bad CRC or a truncated frame
 };
 
-uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(SerialPort port, const char *expected,
-                                                    uint32_t timeout_ms);
 uint32_t DW2207B_SendStartWay(SerialPort port, int start_way);
 uint32_t DW2207B_SendAidTime(SerialPort port, const VkTimeAid *time);
 uint32_t DW2207B_SendAidPos(SerialPort port, const VkPosAid *pos);

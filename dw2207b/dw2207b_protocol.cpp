@@ -32,11 +32,6 @@ enum { RTCM_MAX_FRAME = 1024 };
 
 }  // namespace
 
-uint32_t DW2207B_ReadUartAndCheckNmeaRspWithTimeout(SerialPort port, const char *expected,
-                                                    uint32_t timeout_ms) {
-    return Vk_WaitReply(port, expected, check_contains, {.timeout_ms = timeout_ms});
-}
-
 uint32_t DW2207B_SendStartWay(SerialPort port, int start_way) {
     const char *body;
     switch (start_way) {

@@ -40,7 +40,6 @@ enum : uint32_t {
     EPO_ERR_OPEN = 0x204,          // file cannot be opened
     EPO_ERR_READ = 0x205,          // a record read returned nothing
     EPO_ERR_FRAME = 0x206,         // begin or end frame failed, or the header is unreadable
-    EPO_ERR_NO_DATA = 0x300,       // the receiver holds no EPO data
 };
 
 // EPO types: 0 GPS, 1 GPS+GLONASS, 2 Galileo, 3 BeiDou, -1 not recognised;
@@ -79,13 +78,12 @@ struct EpoFiles {
     std::span<const EpoLetter> letters;         // type -> system letter of begin/end frames
     // Satellite lists of types without a header: type -> count (1 .. count); others 32.
     std::span<const EpoTypeValue> plain_lists;
-    std::span<const int32_t> header_types;         // types whose files start with a header record
-    std::span<const int32_t> pair_types;           // GPS+GLONASS types sent as 32 + 24 records
-    int32_t pair_gps_mask = 0;                     // mode & mask: the mode of the GPS records
-    int32_t pair_glo_mask = 0;                     // mode & mask: the mode of the GLONASS records
-    std::span<const EpoTypeValue> status_systems;  // type -> first system of the status query
-    bool prn_by_mode = false;                      // the record PRN rule is keyed by mode, not type
-    bool check_prn = false;  // refuse a record whose PRN is not the expected one
+    std::span<const int32_t> header_types;  // types whose files start with a header record
+    std::span<const int32_t> pair_types;    // GPS+GLONASS types sent as 32 + 24 records
+    int32_t pair_gps_mask = 0;              // mode & mask: the mode of the GPS records
+    int32_t pair_glo_mask = 0;              // mode & mask: the mode of the GLONASS records
+    bool prn_by_mode = false;               // the record PRN rule is keyed by mode, not type
+    bool check_prn = false;                 // refuse a record whose PRN is not the expected one
 };
 
 // The command sentences and how their replies are judged.
@@ -95,8 +93,6 @@ struct EpoCommands {
     const char *time_address = "";
     const char *pos_address = "";
     const char *clear_address = "";
-    const char *status_address = "";
-    bool status_full_expect = false;  // the status report repeats "<address>,<system>"
     const char *record_address = "";
     // Builds the time sentence body from the date (year .. second) and the time aid.
     void (*time_body)(char *out, size_t size, const int *ymdhms, const VkTimeAid *time) = nullptr;
@@ -150,7 +146,6 @@ inline bool epo_type_in(int32_t type, std::span<const int32_t> types) {
 uint32_t epo_send_start_way(const EpoDialect *d, SerialPort port, int way);
 uint32_t epo_send_time(const EpoDialect *d, SerialPort port, const VkTimeAid *time);
 uint32_t epo_send_pos(const EpoDialect *d, SerialPort port, const VkPosAid *pos);
-uint32_t epo_query_status(const EpoDialect *d, SerialPort port);
 uint32_t epo_clear(const EpoDialect *d, SerialPort port);
 uint32_t epo_send_record(const EpoDialect *d, SerialPort port, const uint8_t *record, int mode,
                          int expected_sv);

@@ -1,4 +1,4 @@
-// The sentence command layer: restart, time, position, EPO status, EPO clear
+// The sentence command layer: restart, time, position, EPO clear
 // and one EPO record as text, with their acknowledgement and report checks.
 #include <cstdio>
 #include <cstdlib>
@@ -113,36 +113,6 @@ uint32_t epo_send_pos(const EpoDialect *d, SerialPort port, const VkPosAid *pos)
     return Vk_SendSentence(port, body,
                            exchange(d->texts.command_log, VK_SHORT_WRITE_UART, EPO_ERR_ACK,
                                     c.check_ack, c.pos_address, 5000));
-}
-
-uint32_t epo_query_status(const EpoDialect *d, SerialPort port) {
-    int32_t type = epo_get_type();
-    if (type == -1) {
-        vk_log("[ERROR] Invalid epo type\n");
-        return VK_ERR_PARAM;
-    }
-    const EpoFiles &f = d->files;
-    const EpoCommands &c = d->commands;
-    int first = -1;
-    for (const EpoTypeValue &s : f.status_systems)
-        if (s.type == type) first = s.value;
-    if (first < 0) {
-        vk_log("[ERROR] Unknown EPO type %d\n", type);
-        return VK_ERR_COMMAND;
-    }
-    // A GPS+GLONASS file is asked for twice: its GPS system, then GLONASS.
-    int passes = epo_type_in(type, f.pair_types) ? 2 : 1;
-    uint32_t result = VK_ERR_COMMAND;
-    for (int pass = 0; pass < passes; ++pass) {
-        char body[VK_SENTENCE_SIZE];
-        snprintf(body, sizeof body, "%s,%d", c.status_address, first + pass);
-        result = Vk_SendSentence(
-            port, body,
-            exchange(d->texts.command_log, VK_SHORT_WRITE_UART, VK_ERR_COMMAND, c.check_report,
-                     c.status_full_expect ? body : c.status_address, 2000));
-        if (result != 0) break;
-    }
-    return result;
 }
 
 uint32_t epo_clear(const EpoDialect *d, SerialPort port) {

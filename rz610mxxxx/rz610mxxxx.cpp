@@ -30,7 +30,6 @@ const int32_t kPairTypes[] = {1, 15};
 // bit 1 the GLONASS records'. That it shares 3 with Galileo is kept.
 const EpoTypeValue kModes[] = {{0, 1},  {1, 3},  {2, 3},  {3, 4},  {10, 1}, {11, 2},
                                {12, 3}, {13, 4}, {14, 5}, {15, 3}, {-1, 0}};
-const EpoTypeValue kStatusSystems[] = {{0, 1}, {1, 1}, {2, 3}, {3, 4}};
 const VkStartWayName kStartWays[] = {
     {"NONE", 0}, {"HOT", 1}, {"WARM", 2}, {"COLD", 3}, {"FULLCOLD", 3}};
 
@@ -79,7 +78,7 @@ uint32_t RZ610MXXXX_CheckNmeaCmdRsp(const char *buf, uint32_t len, const char *a
 uint32_t RZ610MXXXX_CheckNmeaRpt(const char *buf, uint32_t len, const char *expected, uint32_t) {
     if (len == 0) return VK_ERR_NO_REPLY;
     // Position sentences again mean the restart is done.
-    if (strncmp(expected, "GGA", 3) == 0 || strstr(expected, "$PVNKEPOGETSTATUS"))
+    if (strncmp(expected, "GGA", 3) == 0)
         return Vk_FindText(buf, len, expected) ? uint32_t(0) : uint32_t(VK_ERR_NO_REPLY);
     return VK_ERR_NO_REPLY;
 }
@@ -97,7 +96,6 @@ const EpoDialect RZ610MXXXX_Dialect = {
             .pair_types = kPairTypes,
             .pair_gps_mask = 1,  // GPS records with mode & 1
             .pair_glo_mask = 2,  // GLONASS records with mode & 2
-            .status_systems = kStatusSystems,
             .prn_by_mode = true,
             .check_prn = true,  // a record whose PRN is not the expected satellite is not sent
         },
@@ -108,7 +106,6 @@ const EpoDialect RZ610MXXXX_Dialect = {
             .time_address = "$PVNKAIDTIME",
             .pos_address = "$PVNKAIDPOS",
             .clear_address = "$PVNKEPOCLR",
-            .status_address = "$PVNKEPOGETSTATUS",
             .record_address = "$PVNKEPO",
             .time_body = time_body,
             .pos_body = pos_body,

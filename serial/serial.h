@@ -45,21 +45,12 @@ int serial_close(SerialPort port);
 // Waits up to timeout_ms for the first byte, then keeps reading while the next
 // byte follows within 1 ms; never past len, never past timeout_ms in all.
 uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms);
-// Waits until len bytes have come or timeout_ms has passed.
-uint32_t serial_read_until(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms);
 uint32_t serial_write(SerialPort port, const void *buf, uint64_t len);
-uint32_t serial_write_byte(SerialPort port, uint8_t b);
-// Drops pending input and output.
-int serial_flush(SerialPort port);
 // 0, -1 (state not readable), -2 (state not settable).
 int serial_change_br(SerialPort port, uint32_t baud);
-// 0, or -1 after printing an error; a failure closes the handle.
-int serial_CfgEvenParity(SerialPort port);
 // 1 on success or when only stored (handle 0), 0 on failure.
 int serial_CfgRTS(SerialPort port, uint32_t level);
 int serial_CfgDTR(SerialPort port, uint32_t level);
-// Turns the hex trace of transfers of at most 32 bytes on; returns 0.
-int serial_enable_debug();
 // Remembers the levels that serial_open applies (note the order); returns 0.
 int Vk_Uart_ConfigDtrRts(uint32_t dtr, uint32_t rts);
 

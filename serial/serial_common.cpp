@@ -1,6 +1,6 @@
 // The parts of the serial layer that are the same on every OS: device paths
 // (pure string work, built everywhere so both forms can be checked on any
-// host), the pending modem-control levels and the hex trace.
+// host), the pending modem-control levels and the last error.
 #include "serial/serial.h"
 
 #include <cstdio>
@@ -13,7 +13,6 @@ int g_serial_dtr_state = 0;
 int g_serial_rts_state = 0;
 
 namespace {
-int g_trace = 0;  // set by serial_enable_debug; no option of the tool sets it
 SerialError g_last_error;
 }  // namespace
 
@@ -23,25 +22,6 @@ void serial_note_error(int code, const char *what, const char *system_text) {
 }
 
 SerialError serial_last_error() { return g_last_error; }
-
-void serial_trace_read(const uint8_t *buf, uint32_t count, bool upper) {
-    if (!g_trace || count > 32) return;
-    vk_log_noflush("[DEBUG] recv to module -- < ");
-    for (uint32_t i = 0; i < count; ++i) printf(upper ? "%02X " : "%02x ", buf[i]);
-    printf(",ret:%d\n", int(count));
-}
-
-void serial_trace_write(const uint8_t *buf, uint32_t count) {
-    if (!g_trace || count > 32) return;
-    vk_log_noflush("[DEBUG] send to module -- < ");
-    for (uint32_t i = 0; i < count; ++i) printf("%02x ", buf[i]);
-    printf("\n");
-}
-
-int serial_enable_debug() {
-    g_trace = 1;
-    return 0;
-}
 
 int Vk_Uart_ConfigDtrRts(uint32_t dtr, uint32_t rts) {
     serial_CfgDTR(SERIAL_NULL_PORT, dtr);

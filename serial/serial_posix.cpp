@@ -199,20 +199,18 @@ int wait_readable(int fd, int64_t deadline_ns) {
     }
 }
 
-// Reads up to len bytes before the time-out. With stop_on_gap the read ends
-// as soon as the line falls quiet after the first byte; without, it waits for
-// all len bytes.
-uint32_t read_port(SerialPort port, uint8_t *buf, uint32_t len, uint32_t timeout_ms,
-                   bool stop_on_gap) {
+// Reads up to len bytes before the time-out; the read ends as soon as the
+// line falls quiet after the first byte.
+uint32_t read_port(SerialPort port, uint8_t *buf, uint32_t len, uint32_t timeout_ms) {
     int fd = -1;
     if (!handle_fd(port, &fd) || buf == nullptr) return 0;
     const int64_t deadline = now_ns() + int64_t(timeout_ms) * 1000000LL;
-    const int64_t gap = stop_on_gap ? quiet_gap_ns(fd) : 0;
+    const int64_t gap = quiet_gap_ns(fd);
     uint32_t got = 0;
     bool line_gone = false;
     while (got < len) {
         int64_t until = deadline;
-        if (stop_on_gap && got > 0) {
+        if (got > 0) {
             int64_t quiet_end = now_ns() + gap;
             if (quiet_end < until) until = quiet_end;
         }
@@ -373,32 +371,11 @@ int serial_close(SerialPort port) {
 }
 
 uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
-    uint8_t *p = static_cast<uint8_t *>(buf);
-    uint32_t n = read_port(port, p, uint32_t(len), timeout_ms, true);
-    serial_trace_read(p, n, true);
-    return n;
-}
-
-uint32_t serial_read_until(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
-    uint8_t *p = static_cast<uint8_t *>(buf);
-    uint32_t n = read_port(port, p, uint32_t(len), timeout_ms, false);
-    serial_trace_read(p, n, false);
-    return n;
+    return read_port(port, static_cast<uint8_t *>(buf), uint32_t(len), timeout_ms);
 }
 
 uint32_t serial_write(SerialPort port, const void *buf, uint64_t len) {
-    const uint8_t *p = static_cast<const uint8_t *>(buf);
-    uint32_t n = write_port(port, p, uint32_t(len));
-    serial_trace_write(p, n);
-    return n;
-}
-
-uint32_t serial_write_byte(SerialPort port, uint8_t b) { return write_port(port, &b, 1); }
-
-int serial_flush(SerialPort port) {
-    int fd = -1;
-    if (handle_fd(port, &fd)) tcflush(fd, TCIOFLUSH);
-    return 0;
+    return write_port(port, static_cast<const uint8_t *>(buf), uint32_t(len));
 }
 
 int serial_change_br(SerialPort port, uint32_t baud) {
@@ -414,29 +391,6 @@ int serial_change_br(SerialPort port, uint32_t baud) {
     t.c_cflag |= CS8;
     // TCSADRAIN: bytes still queued leave at the old rate.
     if (apply_termios(fd, &t, baud, TCSADRAIN) != 0) return -2;
-    return 0;
-}
-
-int serial_CfgEvenParity(SerialPort port) {
-    int fd = -1;
-    termios t{};
-    if (!handle_fd(port, &fd) || tcgetattr(fd, &t) != 0) {
-        vk_log("[ERROR] Unable to obtain serial port configuration\n");
-        serial_close(port);
-        return -1;
-    }
-    t.c_cflag |= PARENB;
-    t.c_cflag &= ~tcflag_t(PARODD);
-#ifdef CMSPAR
-    t.c_cflag &= ~tcflag_t(CMSPAR);
-#endif
-    // Judged by the write of the settings alone, like the control block on
-    // Win32; a pseudo-terminal accepts it yet keeps itself at 8N1.
-    if (tcsetattr(fd, TCSADRAIN, &t) != 0) {
-        vk_log("[ERROR] Unable to set serial port configuration\n");
-        serial_close(port);
-        return -1;
-    }
     return 0;
 }
 

@@ -106,34 +106,13 @@ int serial_close(SerialPort port) {
 uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
     // Interval 1 ms: the read returns once the line falls quiet after the
     // first byte, or after timeout_ms with nothing.
-    uint32_t n = read_with_timeouts(port, buf, len, 1, timeout_ms);
-    serial_trace_read(static_cast<const uint8_t *>(buf), n, true);
-    return n;
-}
-
-uint32_t serial_read_until(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
-    // No interval time-out: wait for len bytes or the total time-out.
-    uint32_t n = read_with_timeouts(port, buf, len, 0, timeout_ms);
-    serial_trace_read(static_cast<const uint8_t *>(buf), n, false);
-    return n;
+    return read_with_timeouts(port, buf, len, 1, timeout_ms);
 }
 
 uint32_t serial_write(SerialPort port, const void *buf, uint64_t len) {
     DWORD done = 0;
     if (!WriteFile(to_handle(port), buf, DWORD(len), &done, nullptr)) note_last_error("WriteFile");
-    serial_trace_write(static_cast<const uint8_t *>(buf), uint32_t(done));
     return uint32_t(done);
-}
-
-uint32_t serial_write_byte(SerialPort port, uint8_t b) {
-    DWORD done = 0;
-    WriteFile(to_handle(port), &b, 1, &done, nullptr);
-    return uint32_t(done);
-}
-
-int serial_flush(SerialPort port) {
-    PurgeComm(to_handle(port), PURGE_TXABORT | PURGE_RXABORT | PURGE_TXCLEAR | PURGE_RXCLEAR);
-    return 0;
 }
 
 int serial_change_br(SerialPort port, uint32_t baud) {
@@ -147,25 +126,6 @@ int serial_change_br(SerialPort port, uint32_t baud) {
     dcb.Parity = NOPARITY;
     dcb.StopBits = ONESTOPBIT;
     if (!SetCommState(h, &dcb)) return -2;
-    return 0;
-}
-
-int serial_CfgEvenParity(SerialPort port) {
-    HANDLE h = to_handle(port);
-    DCB dcb;
-    std::memset(&dcb, 0, sizeof dcb);
-    dcb.DCBlength = sizeof dcb;
-    if (!GetCommState(h, &dcb)) {
-        vk_log("[ERROR] Unable to obtain serial port configuration\n");
-        CloseHandle(h);
-        return -1;
-    }
-    dcb.Parity = EVENPARITY;
-    if (!SetCommState(h, &dcb)) {
-        vk_log("[ERROR] Unable to set serial port configuration\n");
-        CloseHandle(h);
-        return -1;
-    }
     return 0;
 }
 

@@ -5,7 +5,7 @@
 
 namespace {
 
-// The three lookup tables are built by the compiler from their polynomials,
+// The two lookup tables are built by the compiler from their polynomials,
 // so there is nothing to initialise at run time and nothing to get out of step.
 struct Crc32Table {
     uint32_t v[256];
@@ -13,17 +13,6 @@ struct Crc32Table {
 struct Crc16Table {
     uint16_t v[256];
 };
-
-// CRC-32, reflected form of 0x04C11DB7 (0xEDB88320).
-constexpr Crc32Table make_crc32_table() {
-    Crc32Table t{};
-    for (uint32_t i = 0; i < 256; ++i) {
-        uint32_t c = i;
-        for (int k = 0; k < 8; ++k) c = (c & 1u) ? (0xEDB88320u ^ (c >> 1)) : (c >> 1);
-        t.v[i] = c;
-    }
-    return t;
-}
 
 // CRC-16/XMODEM, 0x1021 non-reflected.
 constexpr Crc16Table make_crc16_table() {
@@ -47,11 +36,9 @@ constexpr Crc32Table make_crc24q_table() {
     return t;
 }
 
-constexpr Crc32Table kCrc32 = make_crc32_table();
 constexpr Crc16Table kCrc16 = make_crc16_table();
 constexpr Crc32Table kCrc24q = make_crc24q_table();
 
-static_assert(kCrc32.v[1] == 0x77073096u, "CRC-32 table");
 static_assert(kCrc16.v[1] == 0x1021u, "CRC-16 table");
 static_assert(kCrc24q.v[1] == 0x864CFBu, "CRC-24Q table");
 
@@ -113,13 +100,6 @@ uint16_t Vk_CRC16_Calc(const uint8_t *data, uint32_t len) {
         crc = uint16_t((kCrc16.v[((crc >> 8) ^ *data++) & 0xFFu] ^ uint32_t(crc << 8)) & 0xFFFFu);
     }
     return crc;
-}
-
-uint32_t Vk_Check_CRC32(uint32_t crc, const uint8_t *data, uint32_t len) {
-    if (data == nullptr) return 0;
-    crc = ~crc;
-    for (uint32_t i = 0; i < len; ++i) crc = (crc >> 8) ^ kCrc32.v[(crc ^ data[i]) & 0xFFu];
-    return ~crc;
 }
 
 uint32_t Vk_NMEA_AppendTrailer(char *buf, uint32_t cap) {

@@ -20,8 +20,6 @@ uint16_t Vk_Fletcher8(const uint8_t *data, uint32_t len);
 uint32_t Vk_Check_CRC24Q(uint32_t seed, const uint8_t *data, uint32_t len);
 // CRC-16/XMODEM.
 uint16_t Vk_CRC16_Calc(const uint8_t *data, uint32_t len);
-// CRC-32 (IEEE 802.3), chainable through crc; 0 for a null pointer.
-uint32_t Vk_Check_CRC32(uint32_t crc, const uint8_t *data, uint32_t len);
 
 // Appends "*%02X\r\n" with the body's checksum to the NUL-terminated body in
 // buf (capacity cap). Returns the new length, or 0 if it does not fit.

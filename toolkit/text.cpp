@@ -42,15 +42,6 @@ void printf_raw_data(const char *tag, const uint8_t *data, uint32_t count) {
     free(text);
 }
 
-uint32_t Vk_CountSpecChar(const char *text, uint8_t c) {
-    uint32_t n = 0;
-    if (text == nullptr) return n;
-    for (const char *p = text; *p != '\0'; ++p) {
-        if (uint8_t(*p) == c) ++n;
-    }
-    return n;
-}
-
 void Vk_SplitFilenameAndPath(const char *path, char *dir, char *name) {
     if (path == nullptr || dir == nullptr || name == nullptr) return;
     // A forward slash wins; a backslash counts only in a path without any.

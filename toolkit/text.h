@@ -17,7 +17,6 @@ char HexToASCII(uint8_t n);
 void Vk_HexGroupToString(char *dst, const uint8_t *src, uint16_t count);
 void _hex2str(const uint8_t *src, uint16_t count, char *dst);
 void printf_raw_data(const char *tag, const uint8_t *data, uint32_t count);
-uint32_t Vk_CountSpecChar(const char *text, uint8_t c);
 // dir and name must each hold strlen(path) + 1 bytes.
 void Vk_SplitFilenameAndPath(const char *path, char *dir, char *name);
 void Vk_PrintfAgnssInfo(const VkAgnssInfo *info);

@@ -115,20 +115,7 @@ TEST(PrintfRawData, FullBlock) {
     EXPECT_EQ(out, "[SSS.mmm] ymodem: [blk](133): " + expected_hex + "\n");
 }
 
-// ---- counting and paths ------------------------------------------------------------
-
-TEST(CountSpecChar, EmptyTextIsZero) { EXPECT_EQ(Vk_CountSpecChar("", ','), 0u); }
-
-TEST(CountSpecChar, CountsEveryOccurrence) {
-    EXPECT_EQ(Vk_CountSpecChar("a,b,,c", ','), 3u);
-    EXPECT_EQ(Vk_CountSpecChar("24.1,121.5,30,5", ','), 3u);
-    EXPECT_EQ(Vk_CountSpecChar("abc", ','), 0u);
-    EXPECT_EQ(Vk_CountSpecChar(",,,,", ','), 4u);
-    EXPECT_EQ(Vk_CountSpecChar("\xFF"
-                               "a\xFF",
-                               0xFF),
-              2u);
-}
+// ---- paths ------------------------------------------------------------------------
 
 namespace {
 struct Split {
