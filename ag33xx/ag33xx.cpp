@@ -50,13 +50,13 @@ uint32_t AG33XX_CheckNmeaCmdRsp(const char *buf, uint32_t len, const char *addre
     std::string needle = std::string("$PAIR001,") + id;
     const char *found = Vk_FindText(buf, len, needle.c_str());
     if (found == nullptr) return VK_ERR_NO_REPLY;
-    std::string text = epo_reply_text(found, buf, len);
+    std::string text = vk_reply_line(found, buf, len);
     if (text.empty()) {
         vk_log("[ERROR] format wrong,buf:%s\n", buf);
         return EPO_ERR_ACK;
     }
     std::string body;
-    if (!epo_split_and_check(text, &body)) return EPO_ERR_ACK;
+    if (!vk_split_and_check(text, &body, EPO_CHECKSUM_DIFF)) return EPO_ERR_ACK;
     // "$PAIR001,<command number>,<result>"
     size_t c1 = body.find(',');
     size_t c2 = body.find(',', c1 + 1);

@@ -85,8 +85,9 @@ uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAi
     char copy[64];
     copy_text(copy, text, 63);
     vk_log("[INFO] Ref position:%s\n", copy);
+    const uint32_t fields = rules->location_type ? 5 : 4;
     uint32_t commas = count_commas(copy);
-    if (commas != 3) {
+    if (commas != fields - 1) {
         // The count shown is the number of fields, not of commas.
         vk_log("[ERROR] Invalid location format, comma count: %d\n", int(commas + 1));
         return VK_ERR_PARAM;
@@ -95,30 +96,32 @@ uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAi
         vk_log("[ERROR] Invalid location format, exist \",,\",missing at least one field\n");
         return VK_ERR_PARAM;
     }
-    static const char *const kNames[4] = {"Lat", "Lon", "Altitude", "PosAcc"};
-    char *const dst[4] = {pos->lat, pos->lon, pos->alt, pos->acc};
     const char *cursor = copy;
-    for (int i = 0; i < 4; ++i) {
-        size_t len = 0;
+    size_t len = 0;
+    if (rules->location_type) {
+        // With the ",," rule in force the first field is always there.
         const char *field = next_field(&cursor, &len);
         if (field == nullptr) {
-            vk_log("[ERROR] Invalid location, missing %s field\n", kNames[i]);
+            vk_log("[ERROR] Invalid location, missing Type field\n");
+            return VK_ERR_PARAM;
+        }
+        char number[64];
+        copy_field(number, field, len, sizeof number - 1);
+        pos->type = atoi(number);
+    }
+    const char *const names[4] = {"Lat", "Lon", "Altitude", rules->location_accuracy};
+    char *const dst[4] = {pos->lat, pos->lon, pos->alt, pos->acc};
+    for (int i = 0; i < 4; ++i) {
+        const char *field = next_field(&cursor, &len);
+        if (field == nullptr) {
+            vk_log("[ERROR] Invalid location, missing %s field\n", names[i]);
             return VK_ERR_PARAM;
         }
         copy_field(dst[i], field, len, 17);
     }
     pos->enable = 1;
     const char *fmt = rules->pos_enable_format ? rules->pos_enable_format : kPosEnableFormat;
-    vk_log_stamp();
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#endif
-    printf(fmt, pos->enable, pos->lat, pos->lon, pos->alt, pos->acc);
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
-    fflush(stdout);
+    vk_log(fmt, pos->enable, pos->lat, pos->lon, pos->alt, pos->acc);
     return VK_OK;
 }
 
@@ -159,8 +162,48 @@ uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *
     time->leap = atoi(number);
     copy_text(time->accuracy, cursor, 17);
     time->enable = 1;
-    vk_log("[INFO] Time Enable:%d,Mode:%d,Time:%s, LeapSec:%d, Accuracy:%s\n", time->enable,
-           time->type, time->utc, time->leap, time->accuracy);
+    const char *fmt = rules->time_enable_format
+                          ? rules->time_enable_format
+                          : "[INFO] Time Enable:%d,Mode:%d,Time:%s, LeapSec:%d, Accuracy:%s\n";
+    vk_log(fmt, time->enable, time->type, time->utc, time->leap, time->accuracy);
+    return VK_OK;
+}
+
+uint32_t vk_parse_aidi(const char *text, VkAidInit *aidi) {
+    if (strlen(text) > 127) {
+        vk_log(" Aidi string too long: %s\n", text);
+        return VK_ERR_PARAM;
+    }
+    char copy[128];
+    copy_text(copy, text, 127);
+    if (strstr(copy, ",,")) {
+        vk_log("[ERROR] Invalid aidi format, exist \",,\",missing at least one field\n");
+        return VK_ERR_PARAM;
+    }
+    static const char *const kNames[6] = {"Type", "Lat", "Lon", "Altitude", "UTC0", "LeapSec"};
+    const char *fields[6];
+    size_t lens[6];
+    const char *cursor = copy;
+    for (int i = 0; i < 6; ++i) {
+        fields[i] = next_field(&cursor, &lens[i]);
+        if (fields[i] == nullptr) {
+            vk_log("[ERROR] Invalid aidi, missing %s field\n", kNames[i]);
+            return VK_ERR_PARAM;
+        }
+        // Each accuracy is the text that follows the field before it.
+        if (i == 3) copy_text(aidi->pos_acc, cursor, 17);
+        if (i == 5) copy_text(aidi->time_acc, cursor, 17);
+    }
+    char number[128];
+    copy_field(number, fields[0], lens[0], sizeof number - 1);
+    aidi->type = atoi(number);
+    copy_field(aidi->lat, fields[1], lens[1], 17);
+    copy_field(aidi->lon, fields[2], lens[2], 17);
+    copy_field(aidi->alt, fields[3], lens[3], 17);
+    copy_field(aidi->utc, fields[4], lens[4], 33);
+    copy_field(number, fields[5], lens[5], sizeof number - 1);
+    aidi->leap = atoi(number);
+    aidi->enable = 1;
     return VK_OK;
 }
 
@@ -192,6 +235,7 @@ uint32_t vk_parse_file_list(const char *text, const VkOptionRules *rules, VkOpti
 
 uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkOptions *out) {
     memset(out, 0, sizeof *out);
+    out->module_protocol = -1;
     vk_getopt_reset();
     int c;
     while ((c = vk_getopt(argc, argv, rules->optstring)) != -1) {
@@ -205,6 +249,11 @@ uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkO
             case 'b':
                 out->baud = atoi(value);
                 vk_log("[INFO] Baud rate:%d\n", out->baud);
+                break;
+            case 'q': out->query = 1; break;
+            case 'A':
+                if (!value) break;
+                ret = vk_parse_aidi(value, &out->aidi);
                 break;
             case 'c':
                 out->clear = 1;
@@ -222,6 +271,11 @@ uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkO
             case 'm':
                 copy_text(out->module, value, rules->module_keep);
                 vk_log("[INFO] Module: %s\n", out->module);
+                for (const VkModuleRow &row : rules->module_table) {
+                    if (strncmp(row.prefix, out->module, strlen(row.prefix)) != 0) continue;
+                    out->module_protocol = row.value;
+                    vk_log("[INFO] %s, %s\n", row.prefix, out->module);
+                }
                 break;
             case 'p':
                 snprintf(out->port, sizeof out->port, "%s", value);
@@ -239,7 +293,7 @@ uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkO
                 if (!value) break;
                 ret = vk_parse_time(value, rules, &out->time);
                 break;
-            default:  // o, R, T belong to the entry; unknown letters were reported
+            default:  // o, R, T, t belong to the entry; unknown letters were reported
                 break;
         }
         if (ret != VK_OK) return ret;

@@ -21,10 +21,26 @@ struct VkTimeAid {
 // -l: latitude, longitude, altitude and accuracy as decimal texts.
 struct VkPosAid {
     int enable;
+    int type;  // the leading Type field, for grammars that have one (else 0)
     char lat[18];
     char lon[18];
     char alt[18];
     char acc[18];
+};
+
+// -A: one initial-aiding text with position and time. The two accuracies are
+// no fields of their own: each is the text that follows the field before it
+// (position accuracy: from UTC0 on; time accuracy: after LeapSec).
+struct VkAidInit {
+    int enable;
+    int type;  // 0: no initial aiding is sent
+    char lat[18];
+    char lon[18];
+    char alt[18];
+    char pos_acc[18];
+    char utc[34];
+    int leap;
+    char time_acc[18];
 };
 
 enum { VK_MAX_FILES = 3 };
@@ -40,8 +56,18 @@ struct VkOptions {
     char files[VK_MAX_FILES][257];
     int start_way;  // 0 NONE, 1 HOT, 2 WARM, 3 COLD (or as the backend's names say); -1 invalid
     int clear;
+    int query;            // -q: print the file summary and stop
+    int module_protocol;  // the value the module table gives -m; -1: no row matches
     VkTimeAid time;
     VkPosAid pos;
+    VkAidInit aidi;
+};
+
+// A row of a module table: every row whose prefix starts the -m value sets
+// the value (so the last matching row wins).
+struct VkModuleRow {
+    const char *prefix;
+    int value;
 };
 
 struct VkStartWayName {
@@ -54,6 +80,10 @@ struct VkOptionRules {
     std::span<const VkStartWayName> start_ways;  // empty: NONE, HOT, WARM, COLD
     uint32_t module_keep = 63;                   // characters of -m kept
     const char *pos_enable_format = nullptr;     // logged after a valid -l; null: the common line
+    const char *time_enable_format = nullptr;    // logged after a valid -u; null: the common line
+    bool location_type = false;                  // -l starts with an integer Type field
+    std::span<const VkModuleRow> module_table;   // matched against -m, logged per matching row
+    const char *location_accuracy = "PosAcc";    // the name of the last -l field in messages
     const char *clear_message = nullptr;         // logged for -c; null: nothing
     const char *time_error_word = "time";        // how time errors name what is wrong
     bool skip_double_comma_check = false;        // ",," is caught only as a missing field
@@ -71,6 +101,7 @@ uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAi
 uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *time);
 int vk_parse_start_way(const char *text, const VkOptionRules *rules);
 uint32_t vk_parse_file_list(const char *text, const VkOptionRules *rules, VkOptions *out);
+uint32_t vk_parse_aidi(const char *text, VkAidInit *aidi);
 
 // Port given, baud rate non-zero, start way valid, time type 0 or 1.
 bool vk_options_complete(const VkOptions *opts);

@@ -149,17 +149,13 @@ uint32_t epo_send_pos(const EpoDialect *d, SerialPort port, const VkPosAid *pos)
 uint32_t epo_clear(const EpoDialect *d, SerialPort port);
 uint32_t epo_send_record(const EpoDialect *d, SerialPort port, const uint8_t *record, int mode,
                          int expected_sv);
-// What the acknowledgement checks share: the reply's text from found to its
-// CR LF, and the split of "body*cs" with the weak checksum comparison (a
-// mismatch is logged).
-std::string epo_reply_text(const char *found, const char *buf, uint32_t len);
-bool epo_split_and_check(const std::string &text, std::string *body);
+// The checksum mismatch line of the acknowledgement checks.
+inline constexpr const char EPO_CHECKSUM_DIFF[] =
+    "[ERROR] checksum_fix: %d,checksum_cacu:%d,is diff\n";
 // Appends a record's 18 little-endian words to the text of length len in out,
 // each as ",%X" or, with fixed_width, ",%08X".
 void epo_append_record_words(char *out, size_t size, int len, const uint8_t *record,
                              bool fixed_width);
-// The weak checksum comparison of acknowledgements: both texts read as decimal.
-bool epo_checksum_matches(const char *body, const char *received);
 
 // --- binary framing and transfers --------------------------------------------------
 uint16_t epo_msg_id(int bin_type);

@@ -26,28 +26,6 @@ VkSentence exchange(const char *log, const char *short_write, uint32_t code, VkR
 
 }  // namespace
 
-std::string epo_reply_text(const char *found, const char *buf, uint32_t len) {
-    std::string text(found, size_t(buf + len - found));
-    size_t nul = text.find('\0');
-    if (nul != std::string::npos) text.resize(nul);
-    size_t end = text.find("\r\n");
-    if (end != std::string::npos) text.resize(end);
-    return text;
-}
-
-// Splits "body*cs" and compares the two checksums the weak way. Logs a mismatch.
-bool epo_split_and_check(const std::string &text, std::string *body) {
-    size_t star = text.find('*');
-    *body = text.substr(0, star);
-    std::string received = star == std::string::npos ? std::string() : text.substr(star + 1);
-    if (epo_checksum_matches(body->c_str(), received.c_str())) return true;
-    char computed[16];
-    snprintf(computed, sizeof computed, "%x", Vk_NMEA_Support_Checksum(body->c_str()));
-    vk_log("[ERROR] checksum_fix: %d,checksum_cacu:%d,is diff\n", atoi(received.c_str()),
-           atoi(computed));
-    return false;
-}
-
 void epo_append_record_words(char *out, size_t size, int len, const uint8_t *record,
                              bool fixed_width) {
     for (int w = 0; w < 18 && len > 0 && size_t(len) < size; ++w) {
@@ -56,14 +34,6 @@ void epo_append_record_words(char *out, size_t size, int len, const uint8_t *rec
             unsigned(p[0]) | unsigned(p[1]) << 8 | unsigned(p[2]) << 16 | unsigned(p[3]) << 24;
         len += snprintf(out + len, size - size_t(len), fixed_width ? ",%08X" : ",%X", word);
     }
-}
-
-bool epo_checksum_matches(const char *body, const char *received) {
-    // Both texts are read as decimal numbers, so only their leading decimal
-    // digits take part: "3A" and "3b" both read as 3 and pass.
-    char computed[16];
-    snprintf(computed, sizeof computed, "%x", Vk_NMEA_Support_Checksum(body));
-    return atoi(received) == atoi(computed);
 }
 
 uint32_t epo_send_start_way(const EpoDialect *d, SerialPort port, int way) {

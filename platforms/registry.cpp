@@ -2,6 +2,8 @@
 
 #include "ag33xx/ag33xx.h"
 #include "dw2207b/dw2207b.h"
+#include "hd8xxx/hd8xxx.h"
+#include "mj7xxx/mj7xxx.h"
 #include "rz610mxxxx/rz610mxxxx.h"
 
 namespace {
@@ -32,7 +34,10 @@ constexpr const char *kTq934nModels[] = {"TQ934N", "TQ934N-01"};
 constexpr const char *kDw2207bModels[] = {"DW2207B"};
 
 const VkPlatform kPlatforms[] = {
-    {.name = "HD8XXX", .models = kHd8xxxModels},
+    {.name = "HD8XXX",
+     .models = kHd8xxxModels,
+     .online = HD8XXX_AgnssOnline,
+     .offline = HD8XXX_AgnssOffline},
     {.name = "AG33XX",
      .models = kAg33xxModels,
      .online = AG33XX_AgnssOnline,
@@ -43,7 +48,7 @@ const VkPlatform kPlatforms[] = {
      .models = kRz610mxxxxModels,
      .online = RZ610MXXXX_AgnssOnline,
      .offline = RZ610MXXXX_AgnssOffline},
-    {.name = "MJ7XXX", .models = kMj7xxxModels},
+    {.name = "MJ7XXX", .models = kMj7xxxModels, .online = MJ7XXX_AgnssOnline},
     {.name = "TQ934N", .models = kTq934nModels},
     // The platform's one entry takes the online slot.
     {.name = "DW2207B", .models = kDw2207bModels, .online = DW2207B_AgnssOffline},

@@ -60,13 +60,13 @@ uint32_t RZ610MXXXX_CheckNmeaCmdRsp(const char *buf, uint32_t len, const char *a
     }
     const char *found = Vk_FindText(buf, len, address);
     if (found == nullptr) return VK_ERR_NO_REPLY;
-    std::string text = epo_reply_text(found, buf, len);
+    std::string text = vk_reply_line(found, buf, len);
     if (text.empty()) {
         vk_log("[ERROR] format wrong,buf:%s\n", buf);
         return RZ610MXXXX_ERR_ACK;
     }
     std::string body;
-    if (!epo_split_and_check(text, &body)) return RZ610MXXXX_ERR_ACK;
+    if (!vk_split_and_check(text, &body, EPO_CHECKSUM_DIFF)) return RZ610MXXXX_ERR_ACK;
     if (body.find("OK") != std::string::npos) {
         vk_log("[DEBUG] command execution success: %s\n", body.c_str());
         return 0;

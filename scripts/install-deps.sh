@@ -2,7 +2,7 @@
 # Installs the Debian packages the build and the tests need, when missing.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ libgtest-dev clang libclang-rt-14-dev clang-format)
+packages=(cmake ninja-build g++ libgtest-dev clang libclang-rt-14-dev clang-format lrzsz socat)
 if [ "${VK_WITH_WINDOWS:-1}" = 1 ]; then
   packages+=(g++-mingw-w64-x86-64)
 fi

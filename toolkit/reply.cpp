@@ -6,6 +6,7 @@
 
 #include "core/log.h"
 #include "serial/serial.h"
+#include "toolkit/checksum.h"
 
 const char *Vk_FindText(const char *buf, uint32_t len, const char *needle) {
     size_t n = strlen(needle);
@@ -100,4 +101,30 @@ uint32_t Vk_WaitReply(SerialPort port, const char *expected, VkReplyCheck check,
                       const VkReplyWait &how) {
     TextCheck text{expected, check};
     return Vk_WaitReply(port, how, judge_text, &text);
+}
+
+std::string vk_reply_line(const char *found, const char *buf, uint32_t len) {
+    std::string text(found, size_t(buf + len - found));
+    size_t nul = text.find('\0');
+    if (nul != std::string::npos) text.resize(nul);
+    size_t end = text.find("\r\n");
+    if (end != std::string::npos) text.resize(end);
+    return text;
+}
+
+bool vk_checksum_text_matches(const char *body, const char *received) {
+    char computed[16];
+    snprintf(computed, sizeof computed, "%x", Vk_NMEA_Support_Checksum(body));
+    return atoi(received) == atoi(computed);
+}
+
+bool vk_split_and_check(const std::string &text, std::string *body, const char *mismatch) {
+    size_t star = text.find('*');
+    *body = text.substr(0, star);
+    std::string received = star == std::string::npos ? std::string() : text.substr(star + 1);
+    if (vk_checksum_text_matches(body->c_str(), received.c_str())) return true;
+    char computed[16];
+    snprintf(computed, sizeof computed, "%x", Vk_NMEA_Support_Checksum(body->c_str()));
+    vk_log(mismatch, atoi(received.c_str()), atoi(computed));
+    return false;
 }

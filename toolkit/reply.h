@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "core/result.h"
 #include "serial/serial.h"
@@ -54,3 +55,14 @@ int Vk_ProcessSerialData(char *buf, uint32_t *len, char *carry, uint32_t *carry_
 bool Vk_ContainsText(const char *buf, uint32_t len, const char *needle);
 // Position of needle in the len bytes of buf, or null.
 const char *Vk_FindText(const char *buf, uint32_t len, const char *needle);
+
+// What the sentence reply checks share. The reply at found, up to its "\r\n"
+// (or a NUL, or the end of the len bytes of buf).
+std::string vk_reply_line(const char *found, const char *buf, uint32_t len);
+// The weak checksum comparison of replies: the received checksum text and the
+// computed checksum printed "%x" are both read as decimal numbers, so only
+// their leading decimal digits take part ("3A" and "3b" both read as 3).
+bool vk_checksum_text_matches(const char *body, const char *received);
+// Splits "body*cs" into *body and compares the checksums the weak way; a
+// mismatch is logged with mismatch (received and computed, each "%d").
+bool vk_split_and_check(const std::string &text, std::string *body, const char *mismatch);

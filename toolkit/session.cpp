@@ -21,12 +21,16 @@ uint32_t Vk_OpenSession(const VkSessionRules &rules, int argc, char **argv, VkSe
     } else if (opts.file[0] != '\0') {
         if ((ret = vk_check_file_access(opts.file)) != VK_OK) return ret;
     }
-    s->port = serial_open(opts.port, uint32_t(opts.baud));
+    return vk_open_port(rules, s);
+}
+
+uint32_t vk_open_port(const VkSessionRules &rules, VkSession *s) {
+    s->port = serial_open(s->opts.port, uint32_t(s->opts.baud));
     if (!serial_is_open(s->port)) {
-        vk_log(rules.open_failed, opts.port);
+        vk_log(rules.open_failed, s->opts.port);
         fprintf(stderr, "vkagnss: %s\n", serial_last_error().what);  // the reason, for the operator
         return VK_ERR_PORT_OPEN;
     }
-    vk_log(rules.opened, long(s->port.handle));
+    if (rules.opened) vk_log(rules.opened, long(s->port.handle));
     return VK_OK;
 }

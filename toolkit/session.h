@@ -13,7 +13,7 @@ struct VkSessionRules {
     VkOptionRules options;
     const char *usage = "";                                 // the example of the usage line
     const char *open_failed = "[ERROR] Fail to open %s\n";  // "%s": the port's name
-    const char *opened = " open uart_fd:%ld\n";             // "%ld": the port's handle
+    const char *opened = " open uart_fd:%ld\n";  // "%ld": the port's handle; null: not logged
 };
 
 struct VkSession {
@@ -23,3 +23,7 @@ struct VkSession {
 
 // Returns 0 with the port open, or the code the flow returns (nothing open).
 uint32_t Vk_OpenSession(const VkSessionRules &rules, int argc, char **argv, VkSession *s);
+
+// The last step of the prologue alone, for flows that do more before it:
+// opens s->opts.port at its baud rate with the rules' messages. 0, or 0x104.
+uint32_t vk_open_port(const VkSessionRules &rules, VkSession *s);

@@ -462,14 +462,14 @@ TEST(EpoAck, WeakChecksumComparison) {
     const char *body = "$PAIR001,590,0";
     char computed[8];
     snprintf(computed, sizeof computed, "%X", Vk_NMEA_Support_Checksum(body));
-    EXPECT_TRUE(epo_checksum_matches(body, computed));
+    EXPECT_TRUE(vk_checksum_text_matches(body, computed));
     // Same leading digit, different second hex digit: still passes.
-    EXPECT_TRUE(epo_checksum_matches("$A", "41"));   // 'A' = 0x41
-    EXPECT_FALSE(epo_checksum_matches("$A", "4F"));  // 41 against 4
-    EXPECT_TRUE(epo_checksum_matches("$:", "3A"));   // ':' = 0x3a: "3a" and "3A" both read 3
-    EXPECT_TRUE(epo_checksum_matches("$;", "3A"));   // 0x3b against 3A: both read 3
-    EXPECT_TRUE(epo_checksum_matches("$:", "3"));
-    EXPECT_FALSE(epo_checksum_matches("$A", "51"));
+    EXPECT_TRUE(vk_checksum_text_matches("$A", "41"));   // 'A' = 0x41
+    EXPECT_FALSE(vk_checksum_text_matches("$A", "4F"));  // 41 against 4
+    EXPECT_TRUE(vk_checksum_text_matches("$:", "3A"));   // ':' = 0x3a: "3a" and "3A" both read 3
+    EXPECT_TRUE(vk_checksum_text_matches("$;", "3A"));   // 0x3b against 3A: both read 3
+    EXPECT_TRUE(vk_checksum_text_matches("$:", "3"));
+    EXPECT_FALSE(vk_checksum_text_matches("$A", "51"));
     std::string bad = "$PAIR001,590,0*99\r\n";
     testing::internal::CaptureStdout();
     EXPECT_EQ(AG33XX_CheckNmeaCmdRsp(bad.c_str(), uint32_t(bad.size()), "$PAIR590", VK_ERR_COMMAND),

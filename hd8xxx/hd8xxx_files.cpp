@@ -1,0 +1,42 @@
+#include "hd8xxx/hd8xxx_files.h"
+
+#include <cstdio>
+#include <initializer_list>
+
+#include "core/log.h"
+#include "toolkit/gnss_time.h"
+#include "toolkit/tempfile.h"
+
+void hd8xxx_print_summary(const HdSummary &s) {
+    VkDateTime start{}, end{};
+    vk_unix_to_utc(s.start_time, &start);
+    vk_unix_to_utc(s.end_time, &end);
+    vk_log("[INFO] [AGNSS INFO] Type: %s\r\n", s.type);
+    vk_log("[INFO] [AGNSS INFO] File Size: %d\r\n", int(s.file_size));
+    vk_log("[INFO] [AGNSS INFO] Segment: %d\r\n", int(s.segments));
+    vk_log("[INFO] [AGNSS INFO] Valid Days: %.3f\r\n", double(s.valid_days));
+    vk_log("[INFO] [AGNSS INFO] GPST: (Week %d Tow %d)~(Week %d Tow %d)\r\n", int(s.start_week),
+           int(s.start_tow), int(s.end_week), int(s.end_tow));
+    vk_log("[INFO] [AGNSS INFO] UTC: (%04d-%02d-%02d %02d:00:00)~(%04d-%02d-%02d %02d:00:00)\n",
+           start.year, start.month, start.day, start.hour, end.year, end.month, end.day, end.hour);
+}
+
+long hd8xxx_file_size(FILE *f) {
+    if (fseek(f, 0, SEEK_END) != 0) return -1;
+    long size = ftell(f);
+    rewind(f);
+    return size;
+}
+
+HdTempPair::HdTempPair(const char *dir, const char *gps_name, const char *bds_name)
+    : gps(std::string(dir) + gps_name), bds(std::string(dir) + bds_name) {
+    for (const std::string *p : {&gps, &bds}) {
+        remove(p->c_str());
+        vk_temp_file_add(p->c_str());
+    }
+}
+
+HdTempPair::~HdTempPair() {
+    vk_temp_file_remove(gps.c_str());
+    vk_temp_file_remove(bds.c_str());
+}
