@@ -12,21 +12,21 @@
 
 // The platform's own meanings of the shared range (MJ7XXX uses them too).
 enum : uint32_t {
-    HD8XXX_ERR_WRITE = 0x201,          // a command frame or time sentence was not written whole
-    HD8XXX_ERR_REPLY = 0x202,          // the reply says failure or is malformed; NMEA short write
-    HD8XXX_ERR_TRANSFER = 0x203,       // an ephemeris transfer failed
-    HD8XXX_ERR_FILE_OPEN = 0x204,      // a file could not be opened
-    HD8XXX_ERR_FILE_READ = 0x205,      // a file read returned the wrong length
-    HD8XXX_ERR_FILE_FORMAT = 0x206,    // a file's content is malformed
-    HD8XXX_ERR_YMODEM_READY = 0x207,   // the receiver never asked for the YMODEM file
+    HD8XXX_ERR_WRITE = 0x201,         // a command frame or time sentence was not written whole
+    HD8XXX_ERR_REPLY = 0x202,         // the reply says failure or is malformed; NMEA short write
+    HD8XXX_ERR_TRANSFER = 0x203,      // an ephemeris transfer failed
+    HD8XXX_ERR_FILE_OPEN = 0x204,     // a file could not be opened
+    HD8XXX_ERR_FILE_READ = 0x205,     // a file read returned the wrong length
+    HD8XXX_ERR_FILE_FORMAT = 0x206,   // a file's content is malformed
+    HD8XXX_ERR_YMODEM_READY = 0x207,  // the receiver never asked for the YMODEM file
 };
 
 enum : uint32_t {
-    HD8XXX_ACK_SIZE = 10,       // F1 D9 05 01|00 02 00 class id A B
-    HD8XXX_GPS_RECORD = 65,     // bytes of one GPS ephemeris record in a ".hdb" frame
-    HD8XXX_BDS_RECORD = 92,     // bytes of one BDS ephemeris record
-    HD8XXX_GPS_ID = 0x32,       // '2'
-    HD8XXX_BDS_ID = 0x33,       // '3'
+    HD8XXX_ACK_SIZE = 10,        // F1 D9 05 01|00 02 00 class id A B
+    HD8XXX_GPS_RECORD = 65,      // bytes of one GPS ephemeris record in a ".hdb" frame
+    HD8XXX_BDS_RECORD = 92,      // bytes of one BDS ephemeris record
+    HD8XXX_GPS_ID = 0x32,        // '2'
+    HD8XXX_BDS_ID = 0x33,        // '3'
     HD8XXX_NMEA_BUFFER = 10240,  // receive buffer of the sentence replies
 };
 

@@ -21,8 +21,7 @@ const VkSessionRules kOffline = {
     .entry_line = "[INFO] enter HD8XXX Agnss Offline\n",
     .options = {.optstring = "m:o:p:b:f:b:s:cu:l:R:T:q::",
                 .pos_enable_format = "[INFO] Enable:%d,Lat:%s,Lon:%s,Altitude:%s,Accuracy:%s\n",
-                .time_enable_format =
-                    "[INFO] Enable:%d,Mode:%d,Time:%s, LeapSec:%d, Accuracy:%s\n",
+                .time_enable_format = "[INFO] Enable:%d,Mode:%d,Time:%s, LeapSec:%d, Accuracy:%s\n",
                 .clear_message = "[INFO] Need to clear eph in flash\n"},
     .usage = "./vk_agnss -m HD8XXX -f EPH_GPS_BDS.rtcm -p COM3 -b 115200 -o offline -sCOLD",
     .opened = nullptr,
@@ -31,8 +30,7 @@ const VkSessionRules kOffline = {
 const VkSessionRules kOnline = {
     .entry_line = "[INFO] enter HD8XXX Agnss Online\n",
     .options = {.optstring = "m:o:p:b:f:b:s:u:l:R:T:q::",
-                .pos_enable_format =
-                    "[INFO] Pos Enable:%d,Lat:%s,Lon:%s,Altitude:%s,Accuracy:%s\n",
+                .pos_enable_format = "[INFO] Pos Enable:%d,Lat:%s,Lon:%s,Altitude:%s,Accuracy:%s\n",
                 .module_table = kModuleTable},
     .usage = "./vk_agnss -m HD8XXX-14 -f HD_GPS_BDS.hdb -p COM3 -b 115200 -o online -sHOT",
     .opened = nullptr,

@@ -17,8 +17,9 @@
 struct HdAckWords {
     const char *nak = "";    // "%x": byte 3 of the answer
     const char *other = "";  // "%x", "%x": class and id of the answer
-    const char *name = nullptr;  // success "<name>: recv ACK-ACK ok" (no line end); null: " recv ACK-ACK ok\n"
-    bool purge = false;          // empty the receive side after an answer
+    const char *name =
+        nullptr;  // success "<name>: recv ACK-ACK ok" (no line end); null: " recv ACK-ACK ok\n"
+    bool purge = false;  // empty the receive side after an answer
 };
 extern const HdAckWords kHdAckMsg;
 
@@ -27,8 +28,8 @@ uint32_t hd8xxx_evaluate_ack(SerialPort port, uint8_t cls, uint8_t id, const HdA
 
 // Logs the caption and the frame in hex, writes it whole and awaits its
 // acknowledgement: 0, 0x107, or 0x201 for a short write.
-uint32_t hd8xxx_send_frame(SerialPort port, const char *caption, const uint8_t *frame,
-                           uint32_t len, const HdAckWords &words);
+uint32_t hd8xxx_send_frame(SerialPort port, const char *caption, const uint8_t *frame, uint32_t len,
+                           const HdAckWords &words);
 
 // How a failed "$PVNK" reply is reported ("%s": the sentence name, "%d": the error code).
 struct HdReplyWords {

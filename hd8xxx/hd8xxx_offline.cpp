@@ -172,8 +172,8 @@ const HdAckWords kYmodemReadyWords = {
 
 uint32_t HD8XXX_WaitYmodemReady(SerialPort port, uint32_t timeout_ms) {
     HD8XXX_CleatSerialRecvBuff(port);
-    if (hd8xxx_send_frame(port, "start ymodem cmd: ", kHd8xxxYmodemFrame,
-                          sizeof kHd8xxxYmodemFrame, kYmodemReadyWords) != VK_OK)
+    if (hd8xxx_send_frame(port, "start ymodem cmd: ", kHd8xxxYmodemFrame, sizeof kHd8xxxYmodemFrame,
+                          kYmodemReadyWords) != VK_OK)
         return VK_ERR_COMMAND;
     uint64_t start = Vk_ClockGetTimeMs();
     for (;;) {
@@ -187,8 +187,8 @@ uint32_t HD8XXX_WaitYmodemReady(SerialPort port, uint32_t timeout_ms) {
         }
         uint64_t now = Vk_ClockGetTimeMs();
         if (now - start > timeout_ms) {
-            vk_log(" wait ymodem ready timeout (%lld-%lld, %u)\n", (long long)now,
-                   (long long)start, timeout_ms);
+            vk_log(" wait ymodem ready timeout (%lld-%lld, %u)\n", (long long)now, (long long)start,
+                   timeout_ms);
             return HD8XXX_ERR_YMODEM_READY;
         }
         platform_sleep(50000);

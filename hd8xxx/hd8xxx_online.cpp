@@ -96,7 +96,10 @@ uint32_t HD8XXX_GetOnlineEphInfo(const char *path) {
     fclose(f);
     if (result != VK_OK) return result;
     snprintf(s.type, sizeof s.type, "%s",
-             gps && bds ? "GPS + BDS" : gps ? "GPS" : bds ? "BDS" : "unkown");
+             gps && bds ? "GPS + BDS"
+             : gps      ? "GPS"
+             : bds      ? "BDS"
+                        : "unkown");
     s.valid_days = 0.083f;
     s.end_week = s.start_week;
     s.end_tow = s.start_tow + 7200;
@@ -295,8 +298,8 @@ uint32_t HD8XXX_SendEphData(SerialPort port, const char *path) {
         return divided;
     }
     vk_log(" Divide Eph File OK\n");
-    uint32_t result = HD8XXX_SendEphData_Internal(port, tmp.gps.c_str(), total, HD8XXX_GPS_RECORD,
-                                                  HD8XXX_GPS_ID);
+    uint32_t result =
+        HD8XXX_SendEphData_Internal(port, tmp.gps.c_str(), total, HD8XXX_GPS_RECORD, HD8XXX_GPS_ID);
     if (result == VK_OK)
         result = HD8XXX_SendEphData_Internal(port, tmp.bds.c_str(), total, HD8XXX_BDS_RECORD,
                                              HD8XXX_BDS_ID);

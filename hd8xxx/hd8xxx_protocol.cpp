@@ -79,12 +79,9 @@ uint32_t HD8XXX_CheckBinCmdRsp(SerialPort port, uint8_t *out, uint8_t cls, uint8
     mask[3] = 0xFE;  // ACK and NAK alike
     AckWait w{.match = {.value = value, .mask = mask, .on_mismatch = VkOnMismatch::Restart},
               .out = out};
-    return Vk_WaitReply(port,
-                        {.timeout_ms = 5000,
-                         .initial = VK_ERR_NO_REPLY,
-                         .read_size = 256,
-                         .slice_ms = 1000},
-                        judge_ack, &w);
+    return Vk_WaitReply(
+        port, {.timeout_ms = 5000, .initial = VK_ERR_NO_REPLY, .read_size = 256, .slice_ms = 1000},
+        judge_ack, &w);
 }
 
 uint32_t hd8xxx_evaluate_ack(SerialPort port, uint8_t cls, uint8_t id, const HdAckWords &words) {
@@ -125,7 +122,7 @@ const HdAckWords kHdAckRecv = {
 }  // namespace
 
 uint32_t hd8xxx_send_frame(SerialPort port, const char *caption, const uint8_t *frame, uint32_t len,
-                    const HdAckWords &words) {
+                           const HdAckWords &words) {
     vk_log(" %s", caption);
     for (uint32_t i = 0; i < len; ++i) printf("%02X ", frame[i]);
     printf("\n");
@@ -245,7 +242,7 @@ uint32_t HD8XXX_SendAidPosByBP(SerialPort port, const VkPosAid *pos) {
 
 uint32_t HD8XXX_ClearEph(SerialPort port) {
     return hd8xxx_send_frame(port, "Clear Eph cmd: ", kHd8xxxClearFrame, sizeof kHd8xxxClearFrame,
-                      kHdAckRecv);
+                             kHdAckRecv);
 }
 
 uint32_t HD8XXX_FactoryReset(SerialPort port) {
@@ -382,12 +379,13 @@ int HD8XXX_SerialSend(const uint8_t *data, uint32_t len) {
     return int(n);
 }
 
-int HD8XXX_SerialRecv(uint8_t *buf, uint32_t len) { return int(serial_read(g_port, buf, len, 200)); }
+int HD8XXX_SerialRecv(uint8_t *buf, uint32_t len) {
+    return int(serial_read(g_port, buf, len, 200));
+}
 
 void HD8XXX_Delay(uint32_t ms) { platform_sleep(ms * 1000); }
 
 void HD8XXX_CleatSerialRecvBuff(SerialPort port) {
     uint8_t scratch[1024];
-    while (serial_read(port, scratch, sizeof scratch, 500) > 0) {
-    }
+    while (serial_read(port, scratch, sizeof scratch, 500) > 0) {}
 }

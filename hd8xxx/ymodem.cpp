@@ -228,10 +228,11 @@ int ymodem_pkt2buf(const YmodemPacket *pkt, uint8_t *buf) {
     buf[3 + pkt->data_len] = uint8_t(pkt->crc >> 8);
     buf[4 + pkt->data_len] = uint8_t(pkt->crc & 0xFF);
     if (ymodem_debug & 1u)
-        vk_log(" ymodem: pkt(%d): mode = 0x%02X, id = 0x%02X, id2 = 0x%02X, data_len = %d, crc = "
-               "0x%04X\n",
-               int(pkt->number), pkt->mode, pkt->number, pkt->complement, int(pkt->data_len),
-               pkt->crc);
+        vk_log(
+            " ymodem: pkt(%d): mode = 0x%02X, id = 0x%02X, id2 = 0x%02X, data_len = %d, crc = "
+            "0x%04X\n",
+            int(pkt->number), pkt->mode, pkt->number, pkt->complement, int(pkt->data_len),
+            pkt->crc);
     return int(pkt->data_len + 5);
 }
 

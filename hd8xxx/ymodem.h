@@ -41,8 +41,7 @@ struct YmodemPacket {
 };
 // Fills a packet: the data padded with 0x00 (SOH) or 0x1A (STX), the CRC over
 // the whole data area. EOT sets only the mode. 0, or -1 for an unknown mode.
-int ymodem_pkt_fill(YmodemPacket *pkt, uint8_t mode, int number, const uint8_t *data,
-                    uint32_t len);
+int ymodem_pkt_fill(YmodemPacket *pkt, uint8_t mode, int number, const uint8_t *data, uint32_t len);
 // Writes the wire form into buf (2048 bytes) and returns its length, or -1
 // for a packet without data.
 int ymodem_pkt2buf(const YmodemPacket *pkt, uint8_t *buf);

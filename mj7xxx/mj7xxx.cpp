@@ -44,12 +44,12 @@ uint32_t check_restart(const char *buf, uint32_t len, const char *name, uint32_t
 const VkSessionRules kOnline = {
     .entry_line = "[INFO] enter MJ7XXX Agnss Online\n",
     .options = {.optstring = "m:o:p:b:s:u:l:R:T:A:f:",
-                .pos_enable_format =
-                    "[INFO] Pos Enable:%d,Lat:%s,Lon:%s,Altitude:%s,Accuracy:%s\n",
+                .pos_enable_format = "[INFO] Pos Enable:%d,Lat:%s,Lon:%s,Altitude:%s,Accuracy:%s\n",
                 .location_type = true,
                 .location_accuracy = "Accuracy"},
-    .usage = "./vk_agnss -m MJ7XXX -p COM3 -b 115200 -o online -sCOLD "
-             "-A1,31.2304,121.4737,10.5,2026-01-08-09:59:17,18",
+    .usage =
+        "./vk_agnss -m MJ7XXX -p COM3 -b 115200 -o online -sCOLD "
+        "-A1,31.2304,121.4737,10.5,2026-01-08-09:59:17,18",
     .opened = nullptr,
 };
 
@@ -101,8 +101,8 @@ uint32_t MJ7XXX_SendAidTimeByNmea(SerialPort port, const VkTimeAid *time) {
     hd8xxx_time_body(body, sizeof body, time);
     return Vk_SendSentence(
         port, body,
-        hd8xxx_aid_sentence("[INFO] cmd: %s", VK_SHORT_WRITE_TIME, HD8XXX_ERR_WRITE,
-                            "$PVNKAIDTIME", check_time_reply, VK_ERR_NO_REPLY));
+        hd8xxx_aid_sentence("[INFO] cmd: %s", VK_SHORT_WRITE_TIME, HD8XXX_ERR_WRITE, "$PVNKAIDTIME",
+                            check_time_reply, VK_ERR_NO_REPLY));
 }
 
 uint32_t MJ7XXX_SendAidInfoByNmea(SerialPort port, const VkAidInit *aidi) {

@@ -71,9 +71,8 @@ TEST(Hd8xxxFrames, TimeFrameLayout) {
     uint8_t out[28];
     ASSERT_EQ(hd8xxx_time_frame(t, 18, out), 28u);
     std::vector<uint8_t> f(out, out + 28);
-    std::vector<uint8_t> want = {0xF1, 0xD9, 0x0B, 0x11, 20,   0,    0,    0,    18, 0xEA,
-                                 0x07, 1,    8,    9,    59,   17,   0,    123,  0,  0,
-                                 0,    0,    0,    0,    0,    0,    0,    0};
+    std::vector<uint8_t> want = {0xF1, 0xD9, 0x0B, 0x11, 20, 0, 0, 0, 18, 0xEA, 0x07, 1, 8, 9,
+                                 59,   17,   0,    123,  0,  0, 0, 0, 0,  0,    0,    0, 0, 0};
     auto [a, b] = fletcher(f);
     want[26] = a;
     want[27] = b;
@@ -127,8 +126,9 @@ TEST(YmodemPacket, StxPacketIsPaddedWithSubAndCarriesTheCrc) {
 TEST(YmodemPacket, HeaderIsSohWithZeroPadding) {
     ymodem_io_init(nullptr, nullptr, Vk_CRC16_Calc, nullptr);
     YmodemPacket p;
-    const char name_and_size[] = "LTEPHGPS\0"
-                                 "2144";
+    const char name_and_size[] =
+        "LTEPHGPS\0"
+        "2144";
     ASSERT_EQ(ymodem_pkt_fill(&p, YMODEM_SOH, 0, reinterpret_cast<const uint8_t *>(name_and_size),
                               sizeof name_and_size),
               0);
@@ -341,8 +341,7 @@ TEST(Hd8xxxDivision, RealRecordingsWithOtherSystemsFail) {
 
 namespace {
 
-std::string offline_summary(const std::vector<uint8_t> &file, const char *name,
-                            uint32_t *result) {
+std::string offline_summary(const std::vector<uint8_t> &file, const char *name, uint32_t *result) {
     std::string dir = make_temp_dir();
     std::string path = dir + "/" + name;
     write_file(path, file);
@@ -371,18 +370,19 @@ TEST(Hd8xxxOfflineSummary, GpsAndBdsFile) {
     char utc0[32], utc1[32];
     strftime(utc0, sizeof utc0, "%Y-%m-%d %H", gmtime(&t0));
     strftime(utc1, sizeof utc1, "%Y-%m-%d %H", gmtime(&t1));
-    EXPECT_EQ(out, "[SSS.mmm][INFO] [AGNSS INFO] Type: GPS+BDS\r\n"
-                   "[SSS.mmm][INFO] [AGNSS INFO] File Size: " +
-                       std::to_string(file.size()) +
-                       "\r\n"
-                       "[SSS.mmm][INFO] [AGNSS INFO] Segment: 4\r\n"
-                       "[SSS.mmm][INFO] [AGNSS INFO] Valid Days: 0.083\r\n"
-                       "[SSS.mmm][INFO] [AGNSS INFO] GPST: (Week 2400 Tow 345600)~(Week 1044 "
-                       "Tow " +
-                       bds_toc +
-                       ")\r\n"
-                       "[SSS.mmm][INFO] [AGNSS INFO] UTC: (" +
-                       utc0 + ":00:00)~(" + utc1 + ":00:00)\n");
+    EXPECT_EQ(out,
+              "[SSS.mmm][INFO] [AGNSS INFO] Type: GPS+BDS\r\n"
+              "[SSS.mmm][INFO] [AGNSS INFO] File Size: " +
+                  std::to_string(file.size()) +
+                  "\r\n"
+                  "[SSS.mmm][INFO] [AGNSS INFO] Segment: 4\r\n"
+                  "[SSS.mmm][INFO] [AGNSS INFO] Valid Days: 0.083\r\n"
+                  "[SSS.mmm][INFO] [AGNSS INFO] GPST: (Week 2400 Tow 345600)~(Week 1044 "
+                  "Tow " +
+                  bds_toc +
+                  ")\r\n"
+                  "[SSS.mmm][INFO] [AGNSS INFO] UTC: (" +
+                  utc0 + ":00:00)~(" + utc1 + ":00:00)\n");
 }
 
 TEST(Hd8xxxOfflineSummary, GalileoOnlyReportsZeroTimes) {

@@ -281,6 +281,94 @@ TEST(RtcmGen, PayloadLengthsOnTheWire) {
     }
 }
 
+// The HD8XXX offline download divides a GPS, BDS or GPS+BDS file by the
+// first four bytes of each frame alone: D3 00 3D 3F opens a 67-byte GPS 1019
+// frame, D3 00 40 41 a 70-byte BDS 1042 frame, and anything else stops it.
+TEST(RtcmGenHd8xxx, GpsBdsFilesDivideByTheirFirstFourBytes) {
+    struct Case {
+        const char *systems;
+        int sats;
+        int epochs;
+        uint32_t week, tow;
+    };
+    const Case cases[] = {
+        {"G", 0, 1, 2400, 345600},  {"C", 0, 1, 2400, 345600},   {"GC", 0, 1, 2400, 345600},
+        {"GC", 0, 36, 2400, 0},     {"CG", 63, 3, 2500, 597600}, {"G", 5, 3, 3070, 590400},
+        {"C", 63, 2, 2048, 604000},
+    };
+    for (const Case &c : cases) {
+        RtcmGenConfig cfg;
+        cfg.systems = c.systems;
+        cfg.sats = c.sats;
+        cfg.epochs = c.epochs;
+        cfg.week = c.week;
+        cfg.tow = c.tow;
+        SCOPED_TRACE(testing::Message() << c.systems << " sats " << c.sats << " epochs " << c.epochs
+                                        << " week " << c.week << " tow " << c.tow);
+        const std::vector<uint8_t> b = rtcmgen_generate(cfg);
+        ASSERT_FALSE(b.empty());
+        const bool want_gps = cfg.systems.find('G') != std::string::npos;
+        const bool want_bds = cfg.systems.find('C') != std::string::npos;
+        const int gps_sats = want_gps ? (c.sats == 0 ? 32 : std::min(c.sats, 32)) : 0;
+        const int bds_sats = want_bds ? (c.sats == 0 ? 10 : c.sats) : 0;
+
+        size_t pos = 0, gps = 0, bds = 0;
+        while (pos < b.size()) {
+            ASSERT_LE(pos + 4, b.size());
+            const uint8_t *h = b.data() + pos;
+            size_t len = 0;
+            bool is_gps = false;
+            if (h[0] == 0xD3 && h[1] == 0x00 && h[2] == 0x3D && h[3] == 0x3F) {
+                len = 67;
+                is_gps = true;
+            } else if (h[0] == 0xD3 && h[1] == 0x00 && h[2] == 0x40 && h[3] == 0x41) {
+                len = 70;
+            } else {
+                FAIL() << "frame at " << pos << " starts with another layout";
+            }
+            ASSERT_LE(pos + len, b.size());
+            const uint32_t crc = Vk_Check_CRC24Q(0, h, uint32_t(len - 3));
+            EXPECT_EQ(h[len - 3], uint8_t(crc >> 16));
+            EXPECT_EQ(h[len - 2], uint8_t(crc >> 8));
+            EXPECT_EQ(h[len - 1], uint8_t(crc));
+
+            // Epoch and satellite of this frame from its place in the file:
+            // within an epoch the systems follow the order given.
+            const size_t index = gps + bds;
+            const size_t per_epoch = size_t(gps_sats + bds_sats);
+            const size_t epoch = index / per_epoch;
+            const size_t in_epoch = index % per_epoch;
+            const bool gps_first = cfg.systems[0] == 'G';
+            const size_t first_count = size_t(gps_first ? gps_sats : bds_sats);
+            const bool expect_gps = (in_epoch < first_count) == gps_first;
+            ASSERT_EQ(is_gps, expect_gps) << "frame " << index;
+            const uint64_t sat = in_epoch < first_count ? in_epoch + 1 : in_epoch - first_count + 1;
+
+            const uint64_t gps_time = uint64_t(c.week) * 604800 + c.tow + epoch * 7200;
+            const uint8_t *p = h + 3;
+            EXPECT_EQ(gnss_getbitu(p, 12, 6), sat) << "frame " << index;
+            if (is_gps) {
+                EXPECT_EQ(gnss_getbitu(p, 0, 12), 1019u);
+                EXPECT_EQ(gnss_getbitu(p, 18, 10) + 2048, gps_time / 604800) << "frame " << index;
+                EXPECT_EQ(gnss_getbitu(p, 288, 16) * 16, gps_time % 604800) << "frame " << index;
+                ++gps;
+            } else {
+                // BDT: GPS time less 14 s, weeks from GPS week 1356; toc kept in 8 s.
+                const uint64_t bdt = gps_time - 1356ull * 604800 - 14;
+                EXPECT_EQ(gnss_getbitu(p, 0, 12), 1042u);
+                EXPECT_EQ(gnss_getbitu(p, 18, 13), bdt / 604800) << "frame " << index;
+                EXPECT_EQ(gnss_getbitu(p, 54, 17) * 8, bdt % 604800 / 8 * 8) << "frame " << index;
+                ++bds;
+            }
+            pos += len;
+        }
+        EXPECT_EQ(pos, b.size());
+        EXPECT_EQ(gps, size_t(gps_sats) * size_t(c.epochs));
+        EXPECT_EQ(bds, size_t(bds_sats) * size_t(c.epochs));
+        EXPECT_EQ(b.size(), gps * 67 + bds * 70);
+    }
+}
+
 TEST(RtcmGen, SameConfigSameBytesOtherSeedOtherValues) {
     RtcmGenConfig a;
     a.epochs = 2;
