@@ -9,6 +9,7 @@
 #include "core/log.h"
 #include "core/options.h"
 #include "serial/serial.h"
+#include "toolkit/frame.h"
 
 // The platform's own meanings of the shared range (MJ7XXX uses them too).
 enum : uint32_t {
@@ -32,6 +33,10 @@ enum : uint32_t {
 
 // --- binary protocol and aiding -----------------------------------------------------------
 
+// The matcher of that wait: F1 D9 05 (00|01) 02 00 class id, then two check
+// bytes taken unchecked; a byte that breaks a partial frame is not tried again
+// as its start. value and mask are the caller's storage for the pattern.
+VkFrameMatch hd8xxx_ack_match(uint8_t cls, uint8_t id, uint8_t (&value)[10], uint8_t (&mask)[10]);
 // Waits up to 5000 ms (reads of up to 256 bytes, 1000 ms each) for the ACK or
 // NAK of class/id; its 10 bytes land in out. 0, or 0x200 on time-out.
 uint32_t HD8XXX_CheckBinCmdRsp(SerialPort port, uint8_t *out, uint8_t cls, uint8_t id);

@@ -70,15 +70,17 @@ uint32_t judge_ack(void *state, const char *buf, uint32_t len, uint32_t current)
 
 }  // namespace
 
-uint32_t HD8XXX_CheckBinCmdRsp(SerialPort port, uint8_t *out, uint8_t cls, uint8_t id) {
-    // F1 D9 05 (00|01) 02 00 class id, then the two check bytes unchecked.
+VkFrameMatch hd8xxx_ack_match(uint8_t cls, uint8_t id, uint8_t (&value)[10], uint8_t (&mask)[10]) {
     const uint8_t acked[2] = {cls, id};
-    uint8_t value[HD8XXX_ACK_SIZE], mask[HD8XXX_ACK_SIZE];
     vk_frame_pattern(kVkFrameHd, 0x0501, acked, false, value, mask);
     value[3] = 0x00;
     mask[3] = 0xFE;  // ACK and NAK alike
-    AckWait w{.match = {.value = value, .mask = mask, .on_mismatch = VkOnMismatch::Restart},
-              .out = out};
+    return {.value = value, .mask = mask, .on_mismatch = VkOnMismatch::Restart};
+}
+
+uint32_t HD8XXX_CheckBinCmdRsp(SerialPort port, uint8_t *out, uint8_t cls, uint8_t id) {
+    uint8_t value[HD8XXX_ACK_SIZE], mask[HD8XXX_ACK_SIZE];
+    AckWait w{.match = hd8xxx_ack_match(cls, id, value, mask), .out = out};
     return Vk_WaitReply(
         port, {.timeout_ms = 5000, .initial = VK_ERR_NO_REPLY, .read_size = 256, .slice_ms = 1000},
         judge_ack, &w);

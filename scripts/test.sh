@@ -25,7 +25,7 @@ cmake --build build-asan -j"$jobs"
 echo "== fuzzing the file parsers, reply checks, option grammar and frame parser (clang libFuzzer)"
 cmake -S . -B build-fuzz -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVK_FUZZ=ON -DVK_SANITIZE=ON -DVK_BUILD_TESTS=OFF >/dev/null
-fuzzers=(fuzz_reply_checks fuzz_options fuzz_epo_file fuzz_frame)
+fuzzers=(fuzz_reply_checks fuzz_options fuzz_epo_file fuzz_frame fuzz_hd8xxx_files)
 cmake --build build-fuzz -j"$jobs" --target "${fuzzers[@]}"
 for f in "${fuzzers[@]}"; do
   (cd build-fuzz && ./"$f" -max_total_time="${VK_FUZZ_SECONDS:-15}" -print_final_stats=1 2>"$f.log" ) \

@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "ag33xx/ag33xx.h"
+#include "hd8xxx/hd8xxx.h"
+#include "mj7xxx/mj7xxx.h"
 #include "rz610mxxxx/rz610mxxxx.h"
 #include "toolkit/reply.h"
 
@@ -28,11 +30,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         uint32_t len = uint32_t(to - from);
         Vk_ProcessSerialData(buf.data(), &len, carry, &carry_len, VK_REPLY_BUFFER, VK_REPLY_CARRY);
         AG33XX_CheckNmeaCmdRsp(buf.data(), len, "$PAIR590", 0);
-        AG33XX_CheckNmeaRpt(buf.data(), len, "$PAIR470,0", 0);
         AG33XX_CheckNmeaRpt(buf.data(), len, "$PAIR011", 0);
         RZ610MXXXX_CheckNmeaCmdRsp(buf.data(), len, "$PVNKAIDTIME", 0);
         RZ610MXXXX_CheckNmeaRpt(buf.data(), len, "GGA", 0);
         Vk_ContainsText(buf.data(), len, "$OK*04");
+        HD8XXX_CheckNmeaCmdRsp(buf.data(), len, "$PVNKAIDPOS");
+        MJ7XXX_CheckNmeaCmdRsp(buf.data(), len, "$PVNKAIDINI");
+        MJ7XXX_CheckCmdContain(buf.data(), len, "$GNRMC", "V");
     }
     return 0;
 }
