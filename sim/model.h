@@ -1,12 +1,15 @@
 // Receiver models of the virtual receiver (internal to sim/).
 //
 // A model turns the byte stream the tool sends into units (a sentence, a
-// binary frame) and says what a healthy receiver of its platform answers to
-// each. It knows nothing about the pseudo-terminal, the faults or the record:
-// sim.cpp feeds it byte by byte, records the units it reports and writes the
-// answers with the faults applied (a model with a memory, such as the EPO
-// receivers, also hears through commit which units were taken and fills its
-// own fields of the record). The sentences and the start of a frame are
+// binary frame, a download packet) and says what a healthy receiver of its
+// platform answers to each. It knows nothing about the pseudo-terminal, the
+// general faults or the record: sim.cpp feeds it byte by byte, records the
+// units it reports and writes the answers with the faults applied (a model
+// with a memory, such as the EPO receivers, also hears through commit which
+// units were taken and fills its own fields of the record; a model with a
+// protocol of its own, such as the HD receivers' file download, also gets
+// the faults of that protocol through configure and may speak unasked
+// through tick). The sentences and the start of a frame are
 // parsed the same way for every model (sim/sentence.h); a model brings its
 // frames and its answers. A new platform adds one model_<name>.cpp beside
 // model_dw2207b.cpp and one line in the table of sim_find_model.
@@ -16,11 +19,14 @@
 #include <string>
 #include <vector>
 
+struct SimFaults;
 struct SimRecord;
 
 enum class SimUnitKind {
     Sentence,  // a text command ("$...\r\n") or a damaged start of one
     Frame,     // a binary frame or record
+    Packet,    // a piece of a file download (a YMODEM packet, an EOT, a stray byte):
+               // the model records it itself; never numbered, never refused
 };
 
 // One unit the model has finished.
@@ -32,8 +38,8 @@ struct SimUnit {
     std::string reply;           // a healthy receiver's answer (empty: none)
     std::string refusal;         // its answer when it refuses (empty: none)
     std::string describe;        // one line for the verbose log, no line end
-    bool transfer = false;       // a record sentence of a data transfer: counts with the
-                                 // binary frames for close_after_frames
+    bool transfer = false;       // a unit of a data transfer (a record sentence, a download
+                                 // packet): counts with the binary frames for close_after_frames
 };
 
 struct SimModel {
@@ -51,11 +57,25 @@ struct SimModel {
     // applies the unit here, only when it is not refused, and adds its own
     // fields to the record.
     void (*commit)(void *state, const SimUnit &unit, bool refused, SimRecord *rec) = nullptr;
+    // Optional (null: the model has no faults of its own). Called once, right
+    // after create, with the sim's faults; the model keeps what concerns its
+    // own protocol.
+    void (*configure)(void *state, const SimFaults &faults) = nullptr;
+    // Optional (null: the receiver never speaks unasked). Called by the
+    // receiver thread between reads, every poll slice (about 10 ms) and right
+    // after the answers to each read went out, with the record locked and the
+    // steady-clock time now_us. Appends to *out what the receiver sends of its
+    // own accord at this time (e.g. the 'C' of a receiver waiting for a
+    // download) and may count it in the record. The sim writes *out at once.
+    // Not called while silent, after a hang-up or once sim_stop is waiting.
+    void (*tick)(void *state, int64_t now_us, std::string *out, SimRecord *rec) = nullptr;
 };
 
 extern const SimModel sim_model_dw2207b;
 extern const SimModel sim_model_ag33xx;
 extern const SimModel sim_model_rz610mxxxx;
+extern const SimModel sim_model_hd8xxx;
+extern const SimModel sim_model_mj7xxx;
 
 // The model of a platform (case-insensitive), or null.
 const SimModel *sim_find_model(const std::string &platform);

@@ -101,7 +101,8 @@ std::string escaped(const uint8_t *p, size_t n) {
 
 const SimModel *sim_find_model(const std::string &platform) {
     static const SimModel *const models[] = {&sim_model_dw2207b, &sim_model_ag33xx,
-                                             &sim_model_rz610mxxxx};
+                                             &sim_model_rz610mxxxx, &sim_model_hd8xxx,
+                                             &sim_model_mj7xxx};
     std::string want = lower(platform);
     for (const SimModel *m : models) {
         if (want == m->name) return m;
@@ -268,7 +269,7 @@ void answer(Sim *s, const SimUnit &u, bool refused) {
     std::string out;
     size_t noise_pos = 0;
     void (*noise)(std::string *, size_t, size_t *) =
-        u.kind == SimUnitKind::Frame ? append_binary_noise : append_noise;
+        u.kind == SimUnitKind::Sentence ? append_noise : append_binary_noise;
     noise(&out, f.garbage_bytes, &noise_pos);
     if (f.garbage_only) {
         noise(&out, text.size(), &noise_pos);
@@ -335,7 +336,8 @@ void handle_unit(Sim *s, const SimUnit &u) {
     s->busy.store(true);
     vlog(s, "received %s", u.describe.c_str());
     bool refused = false;
-    if (!u.reply.empty() || !u.refusal.empty()) {
+    // Download packets take no number: the transfer has faults of its own.
+    if (u.kind != SimUnitKind::Packet && (!u.reply.empty() || !u.refusal.empty())) {
         refused = refused_by_faults(s->cfg.faults, u, s->numbered);
         ++s->numbered;
     }
@@ -344,7 +346,7 @@ void handle_unit(Sim *s, const SimUnit &u) {
         if (u.kind == SimUnitKind::Sentence) {
             if (u.record) s->rec.sentences.emplace_back(u.bytes.begin(), u.bytes.end());
             if (!u.good) ++s->rec.bad_checksums;
-        } else {
+        } else if (u.kind == SimUnitKind::Frame) {
             if (u.record && u.good) s->rec.frames.push_back(u.bytes);
             if (!u.good) ++s->rec.bad_frames;
         }
@@ -391,6 +393,27 @@ void chatter(Sim *s) {
     (void)w;
 }
 
+// What the model sends of its own accord now (SimModel::tick). Paced like
+// any output, but no answer: no other fault acts on it and it is not activity
+// for sim_idle.
+void speak(Sim *s, int64_t now) {
+    std::string out;
+    {
+        std::lock_guard<std::mutex> lock(s->rec_mu);
+        s->model->tick(s->model_state, now, &out, &s->rec);
+    }
+    if (out.empty()) return;
+    const uint8_t *p = reinterpret_cast<const uint8_t *>(out.data());
+    s->quiet_write = true;
+    bool ok = write_paced(s, p, out.size());
+    s->quiet_write = false;
+    if (ok) {
+        vlog(s, "unasked %s", escaped(p, out.size()).c_str());
+    } else {
+        vlog(s, "unasked output dropped (line not read)");
+    }
+}
+
 void run(Sim *s) {
     vk_precise_timers();  // pacing sleeps in slices of about 2 ms
     uint8_t buf[4096];
@@ -405,6 +428,8 @@ void run(Sim *s) {
             next_chatter_us = now + chatter_us;
         }
         bool stopping = s->stop.load();
+        if (s->model->tick && !stopping && !s->cfg.faults.silent && !s->hung_up.load())
+            speak(s, now);
         if (stopping) {
             if (stop_seen_us == 0) stop_seen_us = now;
             if (s->hung_up.load()) break;
@@ -525,6 +550,10 @@ Sim *sim_start(const SimConfig &cfg, std::string *error) {
         set_error(error, "refuse_only must be -1 (none) or a unit number");
         return nullptr;
     }
+    if (cfg.faults.rmc_status != 'V' && cfg.faults.rmc_status != 'A') {
+        set_error(error, "rmc_status must be 'V' or 'A'");
+        return nullptr;
+    }
 
     Sim *s = new Sim();
     s->cfg = cfg;
@@ -577,6 +606,7 @@ Sim *sim_start(const SimConfig &cfg, std::string *error) {
         s->pace_chunk = chunk == 0 ? 1 : chunk;
     }
     s->model_state = model->create();
+    if (model->configure) model->configure(s->model_state, cfg.faults);
     s->last_activity_us.store(now_us());
     s->thread = std::thread(run, s);
     vlog(s, "%s receiver on %s", model->name, s->slave_path.c_str());

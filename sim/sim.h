@@ -34,6 +34,17 @@
 // A unit is refused (answered with the refusal) when refuse is set, when its
 // number is refuse_only or in refuse_units, or when its bytes start with
 // refuse_prefix.
+//
+// Download answers (HD8XXX, MJ7XXX, YMODEM): what the receiver answers to a
+// packet or an EOT (ACK, NAK or CAN, with a 'C' after the ACK of a header or
+// an EOT) is an answer like the others for silent, stop_after, garbage_bytes,
+// garbage_only, delay_ms, split_parts, pace_baud and repeat_ms, with the
+// binary noise. It takes no number and is never refused: the ymodem_ faults
+// shape it instead. Every complete packet, good or bad, counts for
+// close_after_frames (EOTs and stray bytes do not). The 'C' calls the
+// receiver makes unasked while it waits for the header are not answers:
+// silent stops them, pace_baud paces them, nothing else acts on them; they
+// are not activity for sim_settle/sim_idle and stop once sim_stop is waiting.
 struct SimFaults {
     bool silent = false;         // never answer anything
     bool refuse = false;         // answer with the platform's refusal instead of its acceptance
@@ -49,7 +60,8 @@ struct SimFaults {
     // and noise answers count as answered
     int32_t stop_after = -1;
     // hang up after N binary frames/records (-1: never; 0 is
-    // refused by sim_start). Frames with a bad CRC count too.
+    // refused by sim_start; download packets count too, see
+    // "Download answers"). Frames with a bad CRC count too.
     // The master and the sim's slave descriptor are closed
     // right after frame N: the tool's next write fails, and
     // bytes that came after frame N are not recorded.
@@ -71,13 +83,44 @@ struct SimFaults {
     // refuse every unit whose bytes start with this (e.g.
     // "$PAIR472", or "\x04\x24\xB1\x04" for EPO data frames)
     std::string refuse_prefix;
+
+    // MJ7XXX: the status field of the "$GNRMC" it sends after a restart.
+    // 'V' (no fix yet) is the healthy receiver; 'A' claims a valid fix
+    // straight away. sim_start refuses any other value.
+    char rmc_status = 'V';
+    // HD8XXX and MJ7XXX file download (YMODEM). These shape the transfer's
+    // own control bytes; see "Download answers" above for the general faults.
+    // NAK the first attempt of every packet (header, data, end); the retry
+    // of that packet gets the normal answer. A packet whose first attempt was
+    // damaged (NAKed anyway) counts as attempted.
+    bool ymodem_nak_first = false;
+    // answer the first EOT of a file with NAK alone; the next EOT gets ACK 'C'
+    bool ymodem_nak_eot = false;
+    // answer CAN (0x18) instead of ACK to a packet: the receiver cancels the
+    // reception there (the packet is not taken, no 'C' follows) and goes back
+    // to frames and sentences
+    bool ymodem_can = false;
+    // never send 'C': neither the calls before the header nor the 'C'
+    // after the header's and the EOT's ACK
+    bool ymodem_no_c = false;
+    // send this many bytes other than 'C' before each 'C' of the calls that
+    // follow the start-download ACK: 'x', 0x00, 'x', 0x00, ... cut to length
+    uint32_t ymodem_bytes_before_c = 0;
 };
 
 struct SimConfig {
-    std::string platform;   // "dw2207b", "ag33xx", "rz610mxxxx"
+    std::string platform;   // "dw2207b", "ag33xx", "rz610mxxxx", "hd8xxx", "mj7xxx"
     std::string link_path;  // optional symlink to the slave device
     SimFaults faults;
     bool verbose = false;  // log what it receives and answers to stderr
+};
+
+// A file the receiver stored in its flash through a download (YMODEM).
+struct SimFlashFile {
+    std::string name;            // as the header packet gave it
+    uint32_t declared_size = 0;  // the size the header packet declared
+    std::vector<uint8_t> data;   // the data packets' bytes, cut to declared_size (shorter when
+                                 // fewer bytes came)
 };
 
 // What the receiver got, in arrival order.
@@ -93,6 +136,9 @@ struct SimConfig {
 // and sim/model_epo.h for the sentences, the binary EPO frames and their
 // answers. A unit changes the receiver's memory (the epo_ fields) only when it
 // is taken: a refused record is not kept, a refused clear clears nothing.
+//
+// HD8XXX and MJ7XXX: see sim/model_hd.h for the binary frames, the "$PVNK"
+// sentences and the file download (YMODEM) with their answers.
 struct SimRecord {
     std::vector<uint8_t> raw;                  // every byte received
     std::vector<std::string> sentences;        // each "$...\r\n" sentence, as received
@@ -116,6 +162,23 @@ struct SimRecord {
     uint32_t epo_clears = 0;                   // clear commands taken
     uint32_t prn_errors = 0;                   // record sentences whose PRN field is not what
                                                // the platform's PRN rule makes of the SVID
+
+    // HD receivers (hd8xxx, mj7xxx).
+    std::vector<std::vector<uint8_t>> hd_gps_records;  // each GPS ephemeris record taken (65 bytes)
+                                                       // from an accepted 0B 32 frame, in order
+    std::vector<std::vector<uint8_t>> hd_bds_records;  // each BDS ephemeris record taken (92 bytes)
+                                                       // from an accepted 0B 33 frame, in order
+    std::vector<SimFlashFile> flash;  // each file a download completed, in completion order
+    uint32_t ymodem_packets = 0;      // packets taken: headers, data, end packets (a repeat
+                                      // of the previous packet is answered, not taken again)
+    // An answer that silent, stop_after or garbage_only holds back still
+    // counts in ymodem_naks and ymodem_c_sent; a call that silent stops
+    // does not.
+    uint32_t ymodem_naks = 0;     // NAKs the receiver answered (packets and EOTs)
+    uint32_t ymodem_c_sent = 0;   // 'C' bytes the receiver sent: its calls before the
+                                  // header and the 'C' after a header's or an EOT's ACK
+    uint32_t ymodem_noise = 0;    // bytes in download mode that started no packet or EOT
+    uint32_t ymodem_cancels = 0;  // downloads the host cancelled (two CAN bytes in a row)
 };
 
 struct Sim;

@@ -4,6 +4,7 @@
 //   vkagnss -m DW2207B -o online -p /tmp/ttyVK0 -b 115200 ...
 //   vkagnss-sim --platform ag33xx --link /tmp/ttyVK1
 //   vkagnss -m AG33XX -o offline -p /tmp/ttyVK1 -b 115200 -f EPO_GPS_3_1.DAT ...
+//   vkagnss-sim --platform hd8xxx --link /tmp/ttyVK2
 
 #include <cctype>
 #include <cerrno>
@@ -27,18 +28,21 @@ volatile std::sig_atomic_t g_signalled = 0;
 void on_signal(int) { g_signalled = 1; }
 
 const char kUsage[] =
-    "usage: vkagnss-sim --platform dw2207b|ag33xx|rz610mxxxx [options]\n"
+    "usage: vkagnss-sim --platform dw2207b|ag33xx|rz610mxxxx|hd8xxx|mj7xxx [options]\n"
     "\n"
     "Plays a GNSS receiver on a pseudo-terminal and prints the device path.\n"
     "Runs until SIGINT or SIGTERM, then prints what it received.\n"
     "\n"
-    "  --platform NAME          receiver model: dw2207b, ag33xx or rz610mxxxx\n"
+    "  --platform NAME          receiver model: dw2207b, ag33xx, rz610mxxxx, hd8xxx\n"
+    "                           or mj7xxx\n"
     "  --link PATH              also reach the device through symlink PATH\n"
     "                           (an existing symlink there is replaced)\n"
     "  --silent                 never answer\n"
     "  --refuse                 answer every command with the refusal\n"
     "                           (dw2207b $ERROR*58, ag33xx $PAIR001,<nnn>,1,\n"
-    "                           rz610mxxxx <address>,FAIL, binary frames result 1)\n"
+    "                           rz610mxxxx <address>,FAIL, binary frames result 1;\n"
+    "                           hd8xxx and mj7xxx <address>,ERROR,3, binary frames\n"
+    "                           NAK F1 D9 05 00)\n"
     "  --refuse-only N          refuse only the answered unit number N (from 0:\n"
     "                           every answered sentence and binary frame counts)\n"
     "  --refuse-units N,N,...   refuse the answered units with these numbers\n"
@@ -56,8 +60,17 @@ const char kUsage[] =
     "  --repeat MS              write each answer again every MS until the\n"
     "                           next command arrives\n"
     "  --chatter MS             send 16 noise bytes every MS unasked\n"
-    "  --close-after-frames N   hang up after N binary frames or record\n"
-    "                           sentences (N >= 1)\n"
+    "  --close-after-frames N   hang up after N binary frames, record\n"
+    "                           sentences or download packets (N >= 1)\n"
+    "  --rmc-status V|A         mj7xxx: status of the $GNRMC after a restart\n"
+    "                           (V, no fix yet, is the healthy receiver)\n"
+    "  --ymodem-nak-first       hd8xxx/mj7xxx downloads: NAK the first attempt of\n"
+    "                           every packet (the retry gets the normal answer)\n"
+    "  --ymodem-nak-eot         NAK the first EOT of a file (the next gets ACK C)\n"
+    "  --ymodem-can             answer CAN instead of ACK to a packet and cancel\n"
+    "  --ymodem-no-c            never send 'C'\n"
+    "  --ymodem-before-c N      send N bytes ('x', 0x00, ...) before each 'C' the\n"
+    "                           receiver calls for the header with\n"
     "  --exit-after-idle MS     exit once a client has sent something and the\n"
     "                           line has then been quiet for MS (chatter does\n"
     "                           not count; pick MS above the tool's longest wait)\n"
@@ -149,7 +162,9 @@ int main(int argc, char **argv) {
             return take(&v) && parse_u32(v.c_str(), out);
         };
         bool is_flag = opt == "--help" || opt == "-h" || opt == "--silent" || opt == "--refuse" ||
-                       opt == "--garbage-only" || opt == "--verbose";
+                       opt == "--garbage-only" || opt == "--verbose" ||
+                       opt == "--ymodem-nak-first" || opt == "--ymodem-nak-eot" ||
+                       opt == "--ymodem-can" || opt == "--ymodem-no-c";
         if (is_flag && has_inline) return usage_error("option %s takes no value", opt.c_str());
 
         uint32_t n = 0;
@@ -212,6 +227,22 @@ int main(int argc, char **argv) {
             if (!take_u32(&n) || n == 0 || n > 0x7FFFFFFF)
                 return usage_error("%s needs a number of at least 1", opt.c_str());
             cfg.faults.close_after_frames = int32_t(n);
+        } else if (opt == "--rmc-status") {
+            std::string v;
+            if (!take(&v) || (v != "V" && v != "A"))
+                return usage_error("%s needs V or A", opt.c_str());
+            cfg.faults.rmc_status = v[0];
+        } else if (opt == "--ymodem-nak-first") {
+            cfg.faults.ymodem_nak_first = true;
+        } else if (opt == "--ymodem-nak-eot") {
+            cfg.faults.ymodem_nak_eot = true;
+        } else if (opt == "--ymodem-can") {
+            cfg.faults.ymodem_can = true;
+        } else if (opt == "--ymodem-no-c") {
+            cfg.faults.ymodem_no_c = true;
+        } else if (opt == "--ymodem-before-c") {
+            if (!take_u32(&cfg.faults.ymodem_bytes_before_c))
+                return usage_error("%s needs a number", opt.c_str());
         } else if (opt == "--exit-after-idle") {
             if (!take_u32(&exit_after_idle_ms) || exit_after_idle_ms == 0)
                 return usage_error("%s needs milliseconds", opt.c_str());
@@ -277,6 +308,18 @@ int main(int argc, char **argv) {
             "[%s]\n",
             rec.epo_records.size(), unsigned(rec.epo_stored), unsigned(rec.epo_clears),
             unsigned(rec.prn_errors), unsigned(rec.refusals), markers.c_str());
+    }
+    if (platform == "hd8xxx" || platform == "mj7xxx") {
+        std::printf(
+            "vkagnss-sim: gps records %zu, bds records %zu, refusals %u, download packets %u, "
+            "naks %u, C sent %u, stray bytes %u, cancels %u\n",
+            rec.hd_gps_records.size(), rec.hd_bds_records.size(), unsigned(rec.refusals),
+            unsigned(rec.ymodem_packets), unsigned(rec.ymodem_naks), unsigned(rec.ymodem_c_sent),
+            unsigned(rec.ymodem_noise), unsigned(rec.ymodem_cancels));
+        for (const SimFlashFile &f : rec.flash) {
+            std::printf("vkagnss-sim: flash file \"%s\", declared %u bytes, stored %zu bytes\n",
+                        f.name.c_str(), unsigned(f.declared_size), f.data.size());
+        }
     }
     std::fflush(stdout);
     return 0;
