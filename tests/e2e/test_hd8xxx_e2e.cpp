@@ -3,7 +3,11 @@
 // lines (stamps masked) and the exit status.
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <thread>
 
 #include <string>
 #include <vector>
@@ -435,4 +439,124 @@ TEST_F(HdE2E, Mj7xxxSilentReceiverAcceptsPositionButNotTime) {
     SimRecord rec = finish();
     EXPECT_EQ(r.status, 0);  // the position step, last to run, counts a silent receiver as taken
     EXPECT_EQ(rec.sentences.size(), 2u);
+}
+
+// ---- more of the HD8XXX edges ----------------------------------------------------------------
+
+TEST_F(HdE2E, HdbOfFullFramesEndsAtExactlyOneHundredPercent) {
+    start_sim("hd8xxx", SimFaults());
+    HdbGenConfig cfg;
+    cfg.systems = "G";
+    cfg.gps_sats = 10;
+    std::string path = hdb(cfg, "HD_GPS.hdb");
+    ToolRun r = run_tool(tool_args("HD8XXX", "online", {"-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(out_of(r).find("[SSS.mmm][PROGRESS] 50.00%\r\n"
+                             "[SSS.mmm][INFO] read_len = 333,is right\n"
+                             "[SSS.mmm][PROGRESS] 100.00%\r\n"
+                             "[SSS.mmm][INFO] HD8XXX Send EphData ret: 0x0\n"),
+              std::string::npos);
+    EXPECT_EQ(rec.hd_gps_records.size(), 10u);
+}
+
+TEST_F(HdE2E, FourRecordLastFrameIsSentButBreaksTheDivision) {
+    start_sim("hd8xxx", SimFaults());
+    HdbGenConfig cfg;
+    cfg.systems = "G";
+    cfg.gps_sats = 9;  // frames of 5 and 4 records
+    std::string path = hdb(cfg, "HD_GPS.hdb");
+    ToolRun r = run_tool(tool_args("HD8XXX", "online", {"-f", path}));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(out_of(r).find("[SSS.mmm][INFO] read_len = 268,is right\n"
+                             "[SSS.mmm][PROGRESS] 100.00%\r\n"),
+              std::string::npos);
+    // The same frames in a combined file: the division reads 04 01 as 0x14.
+    HdbGenConfig both;
+    both.gps_sats = 9;
+    both.bds_sats = 2;
+    std::string combined = hdb(both, "HD_GPS_BDS.hdb");
+    ToolRun c = run_tool(tool_args("HD8XXX", "online", {"-f", combined}));
+    SimRecord rec = finish();
+    EXPECT_EQ(c.status, 0x26);
+    std::string out = out_of(c);
+    EXPECT_NE(out.find("[SSS.mmm][ERROR] frame payload len[20] is wrong[SSS.mmm] head buf: "),
+              std::string::npos)
+        << out;
+    EXPECT_NE(out.find("failed,ret[0x206]\n[SSS.mmm][INFO] HD8XXX Send EphData ret: 0x206\n"),
+              std::string::npos);
+    EXPECT_EQ(rec.hd_gps_records.size(), 9u);  // the first run's
+    expect_no_temporary_files();
+}
+
+TEST_F(HdE2E, BinaryAidingRefusedIsAckNak) {
+    SimFaults f;
+    f.refuse = true;
+    start_sim("hd8xxx", f);
+    ToolRun r = run_tool(tool_args("HD8XXX-15", "online", {"-u", "0,2026-01-08-09:59:17,18,5"}));
+    finish();
+    EXPECT_EQ(r.status, 0x17);
+    EXPECT_NE(out_of(r).find("[SSS.mmm][ERROR] recv ACK-ACK failed,is ACK-NAK,msg[3] = 0x0\n"
+                             "[SSS.mmm] return:263\n"
+                             "[SSS.mmm][INFO] HD8XXX Send Time ret: 1110x107\n"
+                             "[SSS.mmm][INFO] HD8XXX Send Time ret: 0x107\n"),
+              std::string::npos)
+        << out_of(r);
+}
+
+TEST_F(HdE2E, OfflineQueryAndMissingBaudRate) {
+    std::string path = rtcm("G", 1, "EPH_GPS.rtcm");
+    ToolRun q =
+        run_tool({"-m", "HD8XXX", "-o", "offline", "-p", "/nonexistent/tty", "-f", path, "-q"});
+    EXPECT_EQ(q.status, 0);
+    EXPECT_NE(out_of(q).find("[SSS.mmm][INFO] [AGNSS INFO] Type: GPS\r\n"), std::string::npos);
+    EXPECT_EQ(out_of(q).find("Fail to open"), std::string::npos);
+    // Without -b the port is opened at rate 0, which leaves its rate as it is.
+    start_sim("hd8xxx", SimFaults());
+    ToolRun r = run_tool({"-m", "HD8XXX", "-o", "offline", "-p", port_, "-f", path});
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(out_of(r).find("[SSS.mmm][INFO] Sets baud rate of the UART...\n"), std::string::npos);
+    ASSERT_EQ(rec.flash.size(), 1u);
+    EXPECT_EQ(rec.flash[0].name, "LTEPHGPS");
+}
+
+TEST_F(HdE2E, OfflineFullColdIsRefused) {
+    ToolRun r = run_tool(
+        {"-m", "HD8XXX", "-o", "offline", "-p", "/nonexistent/tty", "-b", "115200", "-sFULLCOLD"});
+    EXPECT_EQ(r.status, 0x12);
+    EXPECT_NE(out_of(r).find("[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
+                             "./vk_agnss -m HD8XXX -f EPH_GPS_BDS.rtcm -p COM3 -b 115200 -o "
+                             "offline -sCOLD, FAIL\n"),
+              std::string::npos);
+}
+
+TEST_F(HdE2E, InterruptedDownloadLeavesNoTemporaryFiles) {
+    SimFaults f;
+    f.pace_baud = 9600;  // slow enough to be caught in the middle
+    start_sim("hd8xxx", f);
+    RtcmGenConfig cfg;
+    cfg.systems = "GC";
+    cfg.min_size = 20000;
+    std::vector<uint8_t> data = rtcmgen_generate(cfg);
+    const std::string path = dir() + "/EPH_GPS_BDS.rtcm";
+    write_file(path, data);
+    const std::string tmp = dir() + "/GPS_TMP.rtcm";
+    bool seen = false;
+    std::thread stopper;
+    ToolRun r = run_tool(tool_args("HD8XXX", "offline", {"-f", path}), [&](int pid) {
+        stopper = std::thread([&, pid] {
+            for (int i = 0; i < 2000 && !seen; ++i) {
+                seen = exists(tmp);
+                if (!seen) usleep(5000);
+            }
+            usleep(300000);  // into the transfer
+            kill(pid, SIGINT);
+        });
+    });
+    stopper.join();
+    finish();
+    EXPECT_TRUE(seen);
+    EXPECT_EQ(r.status, 128 + SIGINT);
+    expect_no_temporary_files();
 }

@@ -20,7 +20,8 @@ const char kBanner[] =
     "[SSS.mmm][INFO] V1.1.1 <date> <time>\n"
     "[SSS.mmm][INFO] Enter agnss tool\n";
 
-ToolRun run_program(const char *path, const std::vector<std::string> &args) {
+ToolRun run_program(const char *path, const std::vector<std::string> &args,
+                    const std::function<void(int pid)> &started) {
     ToolRun run;
     int out_pipe[2], err_pipe[2];
     if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0) return run;
@@ -41,6 +42,7 @@ ToolRun run_program(const char *path, const std::vector<std::string> &args) {
     }
     close(out_pipe[1]);
     close(err_pipe[1]);
+    if (started && pid > 0) started(int(pid));
     pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
     std::string *sinks[2] = {&run.out, &run.err};
     int open_count = 2;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,12 +13,16 @@ struct ToolRun {
 };
 
 // Runs the program at path with args (argv[0] is added) and waits for it.
-ToolRun run_program(const char *path, const std::vector<std::string> &args);
+// started, when given, is called with the child's process id right after
+// the start (for tests that signal the run).
+ToolRun run_program(const char *path, const std::vector<std::string> &args,
+                    const std::function<void(int pid)> &started = nullptr);
 
 #ifdef VKAGNSS_BIN
 // Runs the vkagnss binary of this build.
-inline ToolRun run_tool(const std::vector<std::string> &args) {
-    return run_program(VKAGNSS_BIN, args);
+inline ToolRun run_tool(const std::vector<std::string> &args,
+                        const std::function<void(int pid)> &started = nullptr) {
+    return run_program(VKAGNSS_BIN, args, started);
 }
 #endif
 
