@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
 # Builds the tool and rehearses real injections against the virtual receiver:
 # a DW2207B module (restart, time, position and an RTCM 3 ephemeris file),
-# then an AG33XX module (restart, time, position and an EPO file).
+# then an AG33XX module (restart, time, position and an EPO file), then an
+# HD8XXX module (clear, restart, time, position and a YMODEM download of an
+# RTCM GPS+BDS file into its flash).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 VK_WITH_WINDOWS=0 scripts/install-deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$(nproc)" --target vkagnss vkagnss-sim vkagnss-rtcmgen vkagnss-epogen
+cmake --build build -j"$(nproc)" --target vkagnss vkagnss-sim vkagnss-rtcmgen vkagnss-epogen \
+  vkagnss-hdbgen
 
 work=$(mktemp -d /tmp/vkagnss-demo.XXXXXX)
 link="$work/ttyVK0"
@@ -44,6 +47,13 @@ build/vkagnss-epogen -d "$work" --kind vgps --days 1
 start_receiver ag33xx
 build/vkagnss -m AG33XX -o online -p "$link" -b 115200 -sHOT \
   -u0,2026-01-08-09:59:17,18,10 -l31.5,121.25,10,5 -f"$work/VGPS.DAT" || status=$?
+stop_receiver
+
+echo "== HD8XXX offline: clear, restart, time, position, YMODEM download of GPS+BDS ephemeris"
+build/vkagnss-rtcmgen -o "$work/EPH_GPS_BDS.rtcm" --systems GC
+start_receiver hd8xxx
+build/vkagnss -m HD8XXX -o offline -p "$link" -b 115200 -c -s COLD \
+  -u 0,2026-01-08-09:59:17,18,10 -l 31.5,121.25,10,5 -f "$work/EPH_GPS_BDS.rtcm" || status=$?
 stop_receiver
 
 exit $status
