@@ -197,30 +197,13 @@ uint32_t epo_package_frame(uint16_t msg_id, const uint8_t *payload, uint32_t len
 
 namespace {
 
-// The acknowledgement matcher and where the matched bytes go.
-struct BinAckWait {
-    VkFrameMatch match;
-    uint8_t *reply;
-};
-
 // Text in front of the frame is the receiver's own output: it is shown as it
 // is, the frame's bytes in hex. A wrong byte inside the frame is skipped.
-uint32_t judge_bin_ack(void *state, const char *buf, uint32_t len, uint32_t current) {
-    BinAckWait *w = static_cast<BinAckWait *>(state);
-    for (uint32_t i = 0; i < len; ++i) {
-        uint8_t b = uint8_t(buf[i]);
-        uint32_t at = w->match.state;
-        bool taken = false;
-        bool done = vk_frame_match_feed(w->match, b, &taken);
-        if (taken) {
-            printf("%02X", b);
-            w->reply[at] = b;
-        } else if (at == 0) {
-            putchar(b);
-        }
-        if (done) return 0;
-    }
-    return current;
+void echo_ack_byte(uint8_t b, bool taken, uint32_t at) {
+    if (taken)
+        printf("%02X", b);
+    else if (at == 0)
+        putchar(b);
 }
 
 }  // namespace
@@ -230,14 +213,15 @@ uint32_t epo_wait_bin_ack(SerialPort port, uint8_t *reply, uint16_t msg_id) {
     const uint8_t acked[4] = {uint8_t(msg_id & 0xFF), uint8_t(msg_id >> 8), 0, 0};
     uint8_t value[EPO_ACK_SIZE], mask[EPO_ACK_SIZE];
     vk_frame_pattern(kVkFrameEpo, EPO_ACK_ID, acked, false, value, mask);
-    BinAckWait w{.match = {.value = value, .mask = mask, .on_mismatch = VkOnMismatch::KeepState},
-                 .reply = reply};
+    VkAckWait w{.match = {.value = value, .mask = mask, .on_mismatch = VkOnMismatch::KeepState},
+                .out = reply,
+                .echo = echo_ack_byte};
     printf("[%llu] ", (unsigned long long)Vk_ClockGetTimeMs());
     // Byte by byte, so that what follows the acknowledgement stays in the
     // line for the next wait.
     uint32_t result = Vk_WaitReply(
         port, {.timeout_ms = 5000, .initial = VK_ERR_NO_REPLY, .read_size = 1, .slice_ms = 20},
-        judge_bin_ack, &w);
+        vk_judge_ack, &w);
     printf("\n");
     fflush(stdout);
     return result;

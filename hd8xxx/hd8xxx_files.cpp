@@ -1,11 +1,13 @@
 #include "hd8xxx/hd8xxx_files.h"
 
 #include <cstdio>
+#include <cstring>
 #include <initializer_list>
 
 #include "core/log.h"
 #include "toolkit/gnss_time.h"
 #include "toolkit/tempfile.h"
+#include "toolkit/text.h"
 
 void hd8xxx_print_summary(const HdSummary &s) {
     VkDateTime start{}, end{};
@@ -26,6 +28,34 @@ long hd8xxx_file_size(FILE *f) {
     long size = ftell(f);
     rewind(f);
     return size;
+}
+
+FILE *hd8xxx_open_summary(const char *path, const char *ext, uint32_t *size) {
+    if (strstr(path, ext) == nullptr) {
+        vk_log("[ERROR] File format error\n");
+        return nullptr;
+    }
+    FILE *f = fopen(path, "rb");
+    if (f == nullptr) {
+        perror("fopen");
+        return nullptr;
+    }
+    long n = hd8xxx_file_size(f);
+    *size = uint32_t(n < 0 ? 0 : n);
+    return f;
+}
+
+bool hd8xxx_size_and_name(const char *path, uint32_t *size, char *dir, char *name) {
+    FILE *f = fopen(path, "rb");
+    if (f == nullptr) {
+        perror("fopen");
+        return false;
+    }
+    long n = hd8xxx_file_size(f);
+    fclose(f);
+    *size = uint32_t(n < 0 ? 0 : n);
+    Vk_SplitFilenameAndPath(path, dir, name);
+    return true;
 }
 
 HdTempPair::HdTempPair(const char *dir, const char *gps_name, const char *bds_name)

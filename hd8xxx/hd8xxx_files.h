@@ -20,6 +20,12 @@ struct HdSummary {
 void hd8xxx_print_summary(const HdSummary &s);
 // The size of an open file (the position goes back to its start), or -1.
 long hd8xxx_file_size(FILE *f);
+// Opens a file for its summary: its path must hold ext ("File format error"
+// otherwise) and it must open ("fopen" report otherwise); *size gets its size.
+FILE *hd8xxx_open_summary(const char *path, const char *ext, uint32_t *size);
+// The size of the file at path (0 after the "fopen" report when it cannot be
+// opened) and its name part split off into name (strlen(path) + 1 bytes, as dir).
+bool hd8xxx_size_and_name(const char *path, uint32_t *size, char *dir, char *name);
 
 // The two parts of a divided file, beside the input: older files of these
 // names are removed first, and the parts are removed again when the transfer

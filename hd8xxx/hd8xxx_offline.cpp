@@ -33,18 +33,9 @@ void HD8XXX_SetOffEphTotalSize(uint32_t size) { g_total_size = size; }
 uint32_t HD8XXX_GetOffEphTotalSize() { return g_total_size; }
 
 uint32_t HD8XXX_GetOfflineEphInfo(const char *path) {
-    if (strstr(path, ".rtcm") == nullptr) {
-        vk_log("[ERROR] File format error\n");
-        return VK_ERR_COMMAND;
-    }
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return VK_ERR_COMMAND;
-    }
     HdSummary s{};
-    long size = hd8xxx_file_size(f);
-    s.file_size = uint32_t(size < 0 ? 0 : size);
+    FILE *f = hd8xxx_open_summary(path, ".rtcm", &s.file_size);
+    if (f == nullptr) return VK_ERR_COMMAND;
     bool have_first = false;
     uint64_t consumed = 0;
     uint32_t result = VK_OK;
@@ -241,16 +232,10 @@ uint32_t HD8XXX_DownloadOfflineEph(SerialPort port, const char *path) {
         vk_log(" param error\n");
         return VK_ERR_PARAM;
     }
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return HD8XXX_ERR_FILE_OPEN;
-    }
-    long size = hd8xxx_file_size(f);
-    fclose(f);
-    HD8XXX_SetOffEphTotalSize(uint32_t(size < 0 ? 0 : size));
+    uint32_t size = 0;
     std::vector<char> dir(strlen(path) + 1), name(strlen(path) + 1);
-    Vk_SplitFilenameAndPath(path, dir.data(), name.data());
+    if (!hd8xxx_size_and_name(path, &size, dir.data(), name.data())) return HD8XXX_ERR_FILE_OPEN;
+    HD8XXX_SetOffEphTotalSize(size);
     switch (HD8XXX_GetOfflineEphType(name.data())) {
         case 1: return download(port, path, "LTEPHGPS");
         case 2: return download(port, path, "LTEPHBDS");

@@ -32,18 +32,9 @@ void print_progress(uint32_t total) {
 }  // namespace
 
 uint32_t HD8XXX_GetOnlineEphInfo(const char *path) {
-    if (strstr(path, ".hdb") == nullptr) {
-        vk_log("[ERROR] File format error\n");
-        return VK_ERR_COMMAND;
-    }
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return VK_ERR_COMMAND;
-    }
     HdSummary s{};
-    long size = hd8xxx_file_size(f);
-    s.file_size = uint32_t(size < 0 ? 0 : size);
+    FILE *f = hd8xxx_open_summary(path, ".hdb", &s.file_size);
+    if (f == nullptr) return VK_ERR_COMMAND;
     std::vector<uint8_t> frame(kMaxFrame);
     bool gps = false, bds = false, have_time = false;
     uint64_t consumed = 0;
@@ -270,16 +261,9 @@ uint32_t HD8XXX_SendEphData_Internal(SerialPort port, const char *path, uint32_t
 }
 
 uint32_t HD8XXX_SendEphData(SerialPort port, const char *path) {
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return HD8XXX_ERR_FILE_OPEN;
-    }
-    long size = hd8xxx_file_size(f);
-    fclose(f);
-    const uint32_t total = uint32_t(size < 0 ? 0 : size);
+    uint32_t total = 0;
     std::vector<char> dir(strlen(path) + 1), name(strlen(path) + 1);
-    Vk_SplitFilenameAndPath(path, dir.data(), name.data());
+    if (!hd8xxx_size_and_name(path, &total, dir.data(), name.data())) return HD8XXX_ERR_FILE_OPEN;
     int type = HD8XXX_GetOnlineEphType(name.data());
     if (type == 0) {
         vk_log("[ERROR] Invalid file name [%s]\r\n", name.data());

@@ -48,28 +48,6 @@ std::span<const uint8_t> hd8xxx_start_frame(int start_way) {
 
 // --- acknowledgements ---------------------------------------------------------------------
 
-namespace {
-
-struct AckWait {
-    VkFrameMatch match;
-    uint8_t *out;
-};
-
-uint32_t judge_ack(void *state, const char *buf, uint32_t len, uint32_t current) {
-    AckWait *w = static_cast<AckWait *>(state);
-    for (uint32_t i = 0; i < len; ++i) {
-        uint32_t at = w->match.state;
-        bool taken = false;
-        bool done = vk_frame_match_feed(w->match, uint8_t(buf[i]), &taken);
-        if (taken) w->out[at] = uint8_t(buf[i]);
-        // What follows the frame in the same read is not part of the answer.
-        if (done) return 0;
-    }
-    return current;
-}
-
-}  // namespace
-
 VkFrameMatch hd8xxx_ack_match(uint8_t cls, uint8_t id, uint8_t (&value)[10], uint8_t (&mask)[10]) {
     const uint8_t acked[2] = {cls, id};
     vk_frame_pattern(kVkFrameHd, 0x0501, acked, false, value, mask);
@@ -80,10 +58,11 @@ VkFrameMatch hd8xxx_ack_match(uint8_t cls, uint8_t id, uint8_t (&value)[10], uin
 
 uint32_t HD8XXX_CheckBinCmdRsp(SerialPort port, uint8_t *out, uint8_t cls, uint8_t id) {
     uint8_t value[HD8XXX_ACK_SIZE], mask[HD8XXX_ACK_SIZE];
-    AckWait w{.match = hd8xxx_ack_match(cls, id, value, mask), .out = out};
+    // What follows the frame in the same read is not part of the answer.
+    VkAckWait w{.match = hd8xxx_ack_match(cls, id, value, mask), .out = out};
     return Vk_WaitReply(
         port, {.timeout_ms = 5000, .initial = VK_ERR_NO_REPLY, .read_size = 256, .slice_ms = 1000},
-        judge_ack, &w);
+        vk_judge_ack, &w);
 }
 
 uint32_t hd8xxx_evaluate_ack(SerialPort port, uint8_t cls, uint8_t id, const HdAckWords &words) {

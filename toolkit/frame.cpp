@@ -280,3 +280,17 @@ uint32_t vk_frame_pattern(const VkFrameFormat &f, uint32_t id, std::span<const u
         memset(mask.data() + check_offset(f, uint32_t(payload.size())), 0x00, f.check_field.size);
     return n;
 }
+
+uint32_t vk_judge_ack(void *ack_wait, const char *buf, uint32_t len, uint32_t current) {
+    VkAckWait *w = static_cast<VkAckWait *>(ack_wait);
+    for (uint32_t i = 0; i < len; ++i) {
+        const uint8_t b = uint8_t(buf[i]);
+        const uint32_t at = w->match.state;
+        bool taken = false;
+        const bool done = vk_frame_match_feed(w->match, b, &taken);
+        if (taken) w->out[at] = b;
+        if (w->echo != nullptr) w->echo(b, taken, at);
+        if (done) return 0;
+    }
+    return current;
+}

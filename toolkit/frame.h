@@ -117,6 +117,19 @@ struct VkFrameMatch {
 // from outside the frame or are skipped strays. An empty pattern never completes.
 bool vk_frame_match_feed(VkFrameMatch &m, uint8_t byte, bool *taken = nullptr);
 
+// An acknowledgement wait's state: the matcher, where the matched bytes go
+// (each at its place in the pattern; nothing past the pattern is written),
+// and an optional echo that sees every byte with whether it was taken and
+// the matcher's state before it.
+struct VkAckWait {
+    VkFrameMatch match;
+    uint8_t *out = nullptr;
+    void (*echo)(uint8_t byte, bool taken, uint32_t at) = nullptr;
+};
+// A VkReplyJudge over a VkAckWait: 0 as soon as a read completes the match
+// (the bytes after it in that read are not looked at), else current.
+uint32_t vk_judge_ack(void *ack_wait, const char *buf, uint32_t len, uint32_t current);
+
 // Fills value with the frame f would build for id and payload and mask with 0xFF for every
 // byte, except 0x00 for the check value's bytes when check_value_checked is false. Returns the
 // frame's length, or 0 (and writes nothing) when the frame cannot be built or value or mask is

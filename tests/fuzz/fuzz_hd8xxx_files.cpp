@@ -41,15 +41,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     HD8XXX_DivideOnlineEphFile(hdb.c_str(), gps.c_str(), bds.c_str());
 
     uint8_t value[10], mask[10];
-    VkFrameMatch m = hd8xxx_ack_match(size ? data[0] : 0, size > 1 ? data[1] : 0, value, mask);
     uint8_t out[HD8XXX_ACK_SIZE];
-    for (size_t i = 0; i < size; ++i) {
-        uint32_t at = m.state;
-        bool taken = false;
-        bool done = vk_frame_match_feed(m, data[i], &taken);
-        if (taken) out[at] = data[i];
-        if (done) break;
-    }
+    VkAckWait w{.match = hd8xxx_ack_match(size ? data[0] : 0, size > 1 ? data[1] : 0, value, mask),
+                .out = out};
+    vk_judge_ack(&w, reinterpret_cast<const char *>(data), uint32_t(size), 0x200);
     for (const std::string &p : {rtcm, hdb, gps, bds}) unlink(p.c_str());
     return 0;
 }

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -738,4 +740,31 @@ TEST(FrameMatch, EdgeCases) {
     bool taken = true;
     EXPECT_FALSE(vk_frame_match_feed(empty, 0x00, &taken));
     EXPECT_FALSE(taken);
+}
+
+namespace {
+std::string g_echoed;
+void echo_byte(uint8_t b, bool taken, uint32_t at) {
+    char t[16];
+    snprintf(t, sizeof t, "%c%02X@%u ", taken ? '+' : '-', b, unsigned(at));
+    g_echoed += t;
+}
+}  // namespace
+
+TEST(FrameAckJudge, StopsAtTheMatchAndWritesOnlyThePattern) {
+    const uint8_t value[3] = {0xA1, 0xB2, 0xC3};
+    uint8_t out[5];
+    memset(out, 0xEE, sizeof out);
+    g_echoed.clear();
+    VkAckWait w{.match = {.value = value}, .out = out, .echo = echo_byte};
+    const char bytes[] = "\x55\xA1\xB2\xC3\xA1\xB2";
+    EXPECT_EQ(vk_judge_ack(&w, bytes, 6, 0x200), 0u);
+    EXPECT_EQ(std::vector<uint8_t>(out, out + 5),
+              (std::vector<uint8_t>{0xA1, 0xB2, 0xC3, 0xEE, 0xEE}));
+    EXPECT_EQ(g_echoed, "-55@0 +A1@0 +B2@1 +C3@2 ");
+    // A read that does not complete the match keeps the verdict so far and
+    // the state for the next read.
+    EXPECT_EQ(vk_judge_ack(&w, "\xA1", 1, 0x200), 0x200u);
+    EXPECT_EQ(w.match.state, 1u);
+    EXPECT_EQ(vk_judge_ack(&w, "\xB2\xC3", 2, 0x200), 0u);
 }
