@@ -429,16 +429,40 @@ TEST_F(HdE2E, Mj7xxxFixAtOnceFailsTheRestartCheck) {
     ASSERT_EQ(rec.sentences.size(), 1u);  // no aiding after the failed check
 }
 
-TEST_F(HdE2E, Mj7xxxSilentReceiverAcceptsPositionButNotTime) {
+TEST_F(HdE2E, Mj7xxxSilentReceiverAcceptsPositionAndInitialAiding) {
     SimFaults f;
     f.silent = true;
     start_sim("mj7xxx", f);
-    ToolRun r = run_tool(
-        tool_args("MJ7XXX", "online",
-                  {"-u", "0,2026-01-08-09:59:17,18,5", "-l", "1,31.2304,121.4737,10.5,5.0"}));
+    ToolRun r = run_tool(tool_args("MJ7XXX", "online",
+                                   {"-l", "1,31.2304,121.4737,10.5,5.0", "-A",
+                                    "1,31.2304,121.4737,10.5,2026-01-08-09:59:17,18"}));
     SimRecord rec = finish();
-    EXPECT_EQ(r.status, 0);  // the position step, last to run, counts a silent receiver as taken
+    EXPECT_EQ(r.status, 0);
     EXPECT_EQ(rec.sentences.size(), 2u);
+}
+
+TEST_F(HdE2E, Mj7xxxSilentReceiverFailsTheTimeAiding) {
+    SimFaults f;
+    f.silent = true;
+    start_sim("mj7xxx", f);
+    ToolRun r = run_tool(tool_args("MJ7XXX", "online", {"-u", "0,2026-01-08-09:59:17,18,5"}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0x20);  // 0x200 after the 5 s wait
+    EXPECT_NE(out_of(r).find("[SSS.mmm][FAIL] vkagnss run fail,ret:[0x200]\n"), std::string::npos);
+    EXPECT_EQ(rec.sentences.size(), 1u);
+}
+
+TEST_F(HdE2E, OnlineStartWayAloneReturnsItsResultDespiteTheFailedSummary) {
+    start_sim("hd8xxx", SimFaults());
+    ToolRun r = run_tool(tool_args("HD8XXX", "online", {"-s", "COLD"}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    std::string out = out_of(r);
+    EXPECT_NE(out.find("[SSS.mmm][ERROR] File format error\n"), std::string::npos);
+    EXPECT_NE(out.find("[SSS.mmm][INFO] HD8XXX Send StartWay ret: 0x0\n" + std::string(kSuccess)),
+              std::string::npos);
+    ASSERT_EQ(rec.sentences.size(), 1u);
+    EXPECT_EQ(rec.sentences[0], "$PVNKCOLD*07\r\n");
 }
 
 // ---- more of the HD8XXX edges ----------------------------------------------------------------

@@ -165,3 +165,17 @@ TEST(Hd8xxxNmeaAid, ReplySplitOverTwoReadsIsJoined) {
     module.join();
     EXPECT_NE(out.find("[SSS.mmm] send $PVNKAIDTIME ok\n"), std::string::npos) << out;
 }
+
+TEST(Hd8xxxFactoryReset, WritesTheFrameAndReadsNoReply) {
+    PortRig rig;
+    ASSERT_TRUE(serial_is_open(rig.port));
+    rig.send(ack(0x06, 0x09));  // an answer it never reads
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(HD8XXX_FactoryReset(rig.port), 0u);
+    EXPECT_EQ(mask_stamps(testing::internal::GetCapturedStdout()),
+              "[SSS.mmm] write facotry_reset_cmd ret = 16\n");
+    EXPECT_EQ(read_master(rig.pty.master, 16, 1000),
+              std::vector<uint8_t>(kHd8xxxFactoryResetFrame, kHd8xxxFactoryResetFrame + 16));
+    uint8_t left[16];
+    EXPECT_EQ(serial_read(rig.port, left, sizeof left, 200), 10u);  // still in the line
+}
