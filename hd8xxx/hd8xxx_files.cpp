@@ -9,49 +9,13 @@
 #include "toolkit/tempfile.h"
 #include "toolkit/text.h"
 
-void hd8xxx_print_summary(const HdSummary &s) {
-    VkDateTime start{}, end{};
-    vk_unix_to_utc(s.start_time, &start);
-    vk_unix_to_utc(s.end_time, &end);
-    vk_log("[INFO] [AGNSS INFO] Type: %s\r\n", s.type);
-    vk_log("[INFO] [AGNSS INFO] File Size: %d\r\n", int(s.file_size));
-    vk_log("[INFO] [AGNSS INFO] Segment: %d\r\n", int(s.segments));
-    vk_log("[INFO] [AGNSS INFO] Valid Days: %.3f\r\n", double(s.valid_days));
-    vk_log("[INFO] [AGNSS INFO] GPST: (Week %d Tow %d)~(Week %d Tow %d)\r\n", int(s.start_week),
-           int(s.start_tow), int(s.end_week), int(s.end_tow));
-    vk_log("[INFO] [AGNSS INFO] UTC: (%04d-%02d-%02d %02d:00:00)~(%04d-%02d-%02d %02d:00:00)\n",
-           start.year, start.month, start.day, start.hour, end.year, end.month, end.day, end.hour);
-}
-
-long hd8xxx_file_size(FILE *f) {
-    if (fseek(f, 0, SEEK_END) != 0) return -1;
-    long size = ftell(f);
-    rewind(f);
-    return size;
-}
-
-FILE *hd8xxx_open_summary(const char *path, const char *ext, uint32_t *size) {
-    if (strstr(path, ext) == nullptr) {
-        vk_log("[ERROR] File format error\n");
-        return nullptr;
-    }
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return nullptr;
-    }
-    long n = hd8xxx_file_size(f);
-    *size = uint32_t(n < 0 ? 0 : n);
-    return f;
-}
-
 bool hd8xxx_size_and_name(const char *path, uint32_t *size, char *dir, char *name) {
     FILE *f = fopen(path, "rb");
     if (f == nullptr) {
         perror("fopen");
         return false;
     }
-    long n = hd8xxx_file_size(f);
+    long n = vk_file_size(f);
     fclose(f);
     *size = uint32_t(n < 0 ? 0 : n);
     Vk_SplitFilenameAndPath(path, dir, name);

@@ -33,8 +33,8 @@ void HD8XXX_SetOffEphTotalSize(uint32_t size) { g_total_size = size; }
 uint32_t HD8XXX_GetOffEphTotalSize() { return g_total_size; }
 
 uint32_t HD8XXX_GetOfflineEphInfo(const char *path) {
-    HdSummary s{};
-    FILE *f = hd8xxx_open_summary(path, ".rtcm", &s.file_size);
+    VkEphSummary s{};
+    FILE *f = vk_open_summary_file(path, ".rtcm", &s.file_size);
     if (f == nullptr) return VK_ERR_COMMAND;
     bool have_first = false;
     uint64_t consumed = 0;
@@ -91,7 +91,7 @@ uint32_t HD8XXX_GetOfflineEphInfo(const char *path) {
     fclose(f);
     if (result != VK_OK) return result;
     s.valid_days = float(s.end_time - s.start_time) / 60.0f / 60.0f / 24.0f;
-    hd8xxx_print_summary(s);
+    vk_print_eph_summary(s);
     return VK_OK;
 }
 
@@ -192,7 +192,7 @@ uint32_t HD8XXX_EphYmodemTransfer(const char *path, const char *flash_name) {
         perror("fopen");
         return HD8XXX_ERR_FILE_OPEN;
     }
-    long size = hd8xxx_file_size(f);
+    long size = vk_file_size(f);
     if (size < 0) size = 0;
     vk_log(" %s,size = %u", path, unsigned(size));
     uint8_t *data = static_cast<uint8_t *>(malloc(size_t(size) + 1));

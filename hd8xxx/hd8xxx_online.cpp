@@ -32,8 +32,8 @@ void print_progress(uint32_t total) {
 }  // namespace
 
 uint32_t HD8XXX_GetOnlineEphInfo(const char *path) {
-    HdSummary s{};
-    FILE *f = hd8xxx_open_summary(path, ".hdb", &s.file_size);
+    VkEphSummary s{};
+    FILE *f = vk_open_summary_file(path, ".hdb", &s.file_size);
     if (f == nullptr) return VK_ERR_COMMAND;
     std::vector<uint8_t> frame(kMaxFrame);
     bool gps = false, bds = false, have_time = false;
@@ -94,7 +94,7 @@ uint32_t HD8XXX_GetOnlineEphInfo(const char *path) {
     s.valid_days = 0.083f;
     s.end_week = s.start_week;
     s.end_tow = s.start_tow + 7200;
-    hd8xxx_print_summary(s);
+    vk_print_eph_summary(s);
     return VK_OK;
 }
 
@@ -229,7 +229,7 @@ uint32_t HD8XXX_SendEphData_Internal(SerialPort port, const char *path, uint32_t
         perror("fopen");
         return HD8XXX_ERR_FILE_OPEN;
     }
-    long size = hd8xxx_file_size(f);
+    long size = vk_file_size(f);
     if (g_sent == 0) vk_log("[PROGRESS] %.2f%%\r\n", 0.0);
     const uint32_t want = record_size * kRecordsPerFrame + kFrameExtra;
     std::vector<uint8_t> slice(want);
