@@ -5,6 +5,7 @@
 #include "hd8xxx/hd8xxx.h"
 #include "mj7xxx/mj7xxx.h"
 #include "rz610mxxxx/rz610mxxxx.h"
+#include "sta8100/sta8100.h"
 
 namespace {
 
@@ -43,7 +44,11 @@ const VkPlatform kPlatforms[] = {
      .online = AG33XX_AgnssOnline,
      .offline = AG33XX_AgnssOffline,
      .info = AG33XX_AgnssGetFileInfo},
-    {.name = "STA8100", .models = kSta8100Models},
+    // One entry serves both modes.
+    {.name = "STA8100",
+     .models = kSta8100Models,
+     .online = STA8100_AgnssOnline,
+     .offline = STA8100_AgnssOnline},
     {.name = "RZ610MXXXX",
      .models = kRz610mxxxxModels,
      .online = RZ610MXXXX_AgnssOnline,

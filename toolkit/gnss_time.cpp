@@ -137,3 +137,14 @@ uint64_t gnss_getbitu(const uint8_t *buf, uint32_t pos, uint32_t len) {
     }
     return v;
 }
+
+void gnss_setbitu(uint8_t *buf, uint32_t pos, uint32_t len, uint64_t value) {
+    for (uint32_t k = 0; k < len; ++k) {
+        const uint32_t p = pos + k;
+        const uint8_t bit = uint8_t(1u << (7 - p % 8));
+        if ((value >> (len - 1 - k)) & 1u)
+            buf[p / 8] |= bit;
+        else
+            buf[p / 8] &= uint8_t(~bit);
+    }
+}

@@ -18,6 +18,9 @@ void convert_gps_to_utc(uint32_t week, double tow_ms, uint32_t leap_s, VkDateTim
 double degrees_to_dmm(const char *degrees_text);
 int32_t degrees_to_arcseconds(double degrees);
 uint64_t gnss_getbitu(const uint8_t *buf, uint32_t pos, uint32_t len);
+// Writes the low len bits of value at bit pos, most significant first (the
+// RTCM 3 packing); the other bits of buf are left alone.
+void gnss_setbitu(uint8_t *buf, uint32_t pos, uint32_t len, uint64_t value);
 
 // Breaks Unix seconds down as UTC (no local zone) into *out (millisecond 0).
 void vk_unix_to_utc(int64_t unix_s, VkDateTime *out);

@@ -68,6 +68,7 @@ uint32_t Vk_WaitReply(SerialPort port, const VkReplyWait &how, VkReplyJudge judg
         uint32_t n = serial_read(port, buf, size, how.slice_ms);
         if (n == 0) {
             result = how.nothing_read;
+            if (how.stop_when_silent) break;
         } else {
             if (how.join_partial)
                 Vk_ProcessSerialData(buf, &n, carry, &carry_len, size, VK_REPLY_CARRY);

@@ -27,8 +27,9 @@ struct VkReplyWait {
     uint32_t no_memory = VK_ERR_MEMORY;       // the result when no receive buffer can be had
     uint32_t read_size = VK_REPLY_BUFFER;     // bytes one slice reads at most
     uint32_t slice_ms = VK_REPLY_SLICE_MS;    // read time-out of one slice
-    bool join_partial = false;  // carry a trailing partial sentence into the next read
-    bool echo = false;          // print every read as "[<ms clock>] <text>\n"
+    bool join_partial = false;      // carry a trailing partial sentence into the next read
+    bool echo = false;              // print every read as "[<ms clock>] <text>\n"
+    bool stop_when_silent = false;  // a slice that brings nothing ends the wait at once
 };
 
 // Judges one read with the caller's own state: buf holds len bytes and a

@@ -40,4 +40,3 @@ FILE *vk_open_summary_file(const char *path, const char *ext, uint32_t *size) {
     *size = uint32_t(n < 0 ? 0 : n);
     return f;
 }
-
