@@ -6,6 +6,7 @@
 #include "mj7xxx/mj7xxx.h"
 #include "rz610mxxxx/rz610mxxxx.h"
 #include "sta8100/sta8100.h"
+#include "tq934n/tq934n.h"
 
 namespace {
 
@@ -54,7 +55,10 @@ const VkPlatform kPlatforms[] = {
      .online = RZ610MXXXX_AgnssOnline,
      .offline = RZ610MXXXX_AgnssOffline},
     {.name = "MJ7XXX", .models = kMj7xxxModels, .online = MJ7XXX_AgnssOnline},
-    {.name = "TQ934N", .models = kTq934nModels},
+    {.name = "TQ934N",
+     .models = kTq934nModels,
+     .online = TQ934N_AgnssOnline,
+     .offline = TQ934N_AgnssOnline},
     // The platform's one entry takes the online slot.
     {.name = "DW2207B", .models = kDw2207bModels, .online = DW2207B_AgnssOffline},
 };
