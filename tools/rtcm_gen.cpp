@@ -1,6 +1,7 @@
 // Deterministic RTCM 3 ephemeris sample data. See rtcm_gen.h.
 #include "tools/rtcm_gen.h"
 
+#include <cctype>
 #include <cstring>
 #include <initializer_list>
 
@@ -72,7 +73,7 @@ bool rtcm_append_frame(std::vector<uint8_t> &out, const uint8_t *payload, uint32
 namespace {
 
 struct Layout {
-    RtcmFieldDef f[40];  // room for the longest layout (1046, 32 fields)
+    RtcmFieldDef f[40];  // room for the longest layout (1020, 37 fields)
     size_t n;
 };
 
@@ -194,6 +195,55 @@ constexpr Layout kLayout1046 = make_layout(
         {F_RESERVED, 2, false, "reserved"},
     });
 
+// GLONASS ephemeris: the values of the navigation message's strings 1 to 5,
+// with no orbit block in common with the others. Its signed values are
+// sign-magnitude.
+constexpr Layout make_flat_layout(FieldList fields) {
+    Layout l{};
+    for (const RtcmFieldDef &d : fields) l.f[l.n++] = d;
+    return l;
+}
+
+constexpr Layout kLayout1020 = make_flat_layout({
+    {F_MSG, 12, false, "message number"},
+    {F_SAT, 6, false, "satellite ID"},
+    {F_GLO_FREQ, 5, false, "frequency channel number"},
+    {F_GLO_ALM_HEALTH, 1, false, "almanac health"},
+    {F_GLO_ALM_AVAIL, 1, false, "almanac health availability"},
+    {F_GLO_P1, 2, false, "P1"},
+    {F_GLO_TK, 12, false, "tk"},
+    {F_HEALTH, 1, false, "MSB of Bn"},
+    {F_GLO_P2, 1, false, "P2"},
+    {F_GLO_TB, 7, false, "tb"},
+    {F_GLO_XDOT, 24, true, "xn first derivative", true},
+    {F_GLO_X, 27, true, "xn", true},
+    {F_GLO_XDDOT, 5, true, "xn second derivative", true},
+    {F_GLO_YDOT, 24, true, "yn first derivative", true},
+    {F_GLO_Y, 27, true, "yn", true},
+    {F_GLO_YDDOT, 5, true, "yn second derivative", true},
+    {F_GLO_ZDOT, 24, true, "zn first derivative", true},
+    {F_GLO_Z, 27, true, "zn", true},
+    {F_GLO_ZDDOT, 5, true, "zn second derivative", true},
+    {F_GLO_P3, 1, false, "P3"},
+    {F_GLO_GAMMA, 11, true, "gamma n", true},
+    {F_GLO_P, 2, false, "P"},
+    {F_GLO_LN3, 1, false, "ln (third string)"},
+    {F_GLO_TAU, 22, true, "tau n", true},
+    {F_GLO_DTAU, 5, true, "delta tau n", true},
+    {F_GLO_EN, 5, false, "En"},
+    {F_GLO_P4, 1, false, "P4"},
+    {F_GLO_FT, 4, false, "FT"},
+    {F_GLO_NT, 11, false, "NT"},
+    {F_GLO_M, 2, false, "M"},
+    {F_GLO_ADD, 1, false, "availability of additional data"},
+    {F_GLO_NA, 11, false, "NA"},
+    {F_GLO_TAUC, 32, true, "tau c", true},
+    {F_GLO_N4, 5, false, "N4"},
+    {F_GLO_TAUGPS, 22, true, "tau GPS", true},
+    {F_GLO_LN5, 1, false, "ln (fifth string)"},
+    {F_RESERVED, 7, false, "reserved"},
+});
+
 // The entry of field in msg's layout, with its bit offset in *pos; null when
 // the message lacks the field.
 const RtcmFieldDef *find_field(uint32_t msg, RtcmEphField field, uint32_t *pos) {
@@ -215,10 +265,15 @@ const RtcmFieldDef *find_field(uint32_t msg, RtcmEphField field, uint32_t *pos) 
 const RtcmFieldDef *rtcm_eph_layout(uint32_t msg, size_t *count) {
     const Layout *l = nullptr;
     switch (msg) {
-        case 1019: l = &kLayout1019; break;
-        case 1042: l = &kLayout1042; break;
+        case 1019:
+        case 1919: l = &kLayout1019; break;
+        case 1020:
+        case 1920: l = &kLayout1020; break;
+        case 1042:
+        case 1942: l = &kLayout1042; break;
         case 1044: l = &kLayout1044; break;
-        case 1046: l = &kLayout1046; break;
+        case 1046:
+        case 1946: l = &kLayout1046; break;
         default: break;
     }
     if (count) *count = l ? l->n : 0;
@@ -250,11 +305,19 @@ int64_t rtcm_eph_get(uint32_t msg, const uint8_t *payload, RtcmEphField field) {
     uint32_t pos = 0;
     const RtcmFieldDef *d = find_field(msg, field, &pos);
     if (!d) return 0;
+    if (d->sign_magnitude) {
+        const int64_t m = static_cast<int64_t>(rtcm_getbitu(payload, pos + 1, d->width - 1u));
+        return rtcm_getbitu(payload, pos, 1) ? -m : m;
+    }
     return d->is_signed ? rtcm_getbits(payload, pos, d->width)
                         : static_cast<int64_t>(rtcm_getbitu(payload, pos, d->width));
 }
 
-static bool fits(int64_t v, uint32_t width, bool is_signed) {
+static bool fits(int64_t v, uint32_t width, bool is_signed, bool sign_magnitude) {
+    if (sign_magnitude) {
+        const int64_t lim = int64_t(1) << (width - 1);
+        return v > -lim && v < lim;
+    }
     if (is_signed) {
         const int64_t lim = int64_t(1) << (width - 1);
         return v >= -lim && v < lim;
@@ -272,8 +335,13 @@ uint32_t rtcm_eph_encode(uint32_t msg, const RtcmEph &eph, uint8_t *payload, uin
     uint32_t pos = 0;
     for (size_t i = 0; i < n; ++i) {
         const int64_t v = t[i].field == F_MSG ? static_cast<int64_t>(msg) : eph.v[t[i].field];
-        if (!fits(v, t[i].width, t[i].is_signed)) return 0;
-        rtcm_setbitu(payload, pos, t[i].width, static_cast<uint64_t>(v));
+        if (!fits(v, t[i].width, t[i].is_signed, t[i].sign_magnitude)) return 0;
+        if (t[i].sign_magnitude) {
+            rtcm_setbitu(payload, pos, 1, v < 0 ? 1u : 0u);
+            rtcm_setbitu(payload, pos + 1, t[i].width - 1u, static_cast<uint64_t>(v < 0 ? -v : v));
+        } else {
+            rtcm_setbitu(payload, pos, t[i].width, static_cast<uint64_t>(v));
+        }
         pos += t[i].width;
     }
     return bytes;
@@ -302,21 +370,39 @@ static uint64_t mix_state(uint64_t seed, uint64_t a, uint64_t b, uint64_t c) {
 // ---------------------------------------------------------------------------
 // Generator
 
-static const char kSystems[] = "GCJE";
+static const char kSystems[] = "GRCJEgrce";
 
 uint32_t rtcmgen_msg_of_system(char sys) {
     switch (sys) {
         case 'G': return 1019;
+        case 'R': return 1020;
         case 'C': return 1042;
         case 'J': return 1044;
         case 'E': return 1046;
+        case 'g': return 1919;
+        case 'r': return 1920;
+        case 'c': return 1942;
+        case 'e': return 1946;
         default: return 0;
     }
 }
 
-static int default_sats(char sys) {
+// The standard system whose layout and value ranges an extended letter
+// shares; the letter itself for the others.
+static char base_system(char sys) {
     switch (sys) {
+        case 'g':
+        case 'r':
+        case 'c':
+        case 'e': return static_cast<char>(std::toupper(static_cast<unsigned char>(sys)));
+        default: return sys;
+    }
+}
+
+static int default_sats(char sys) {
+    switch (base_system(sys)) {
         case 'G': return 32;
+        case 'R': return 24;
         case 'C': return 10;
         case 'J': return 4;
         case 'E': return 24;
@@ -325,8 +411,9 @@ static int default_sats(char sys) {
 }
 
 static int max_sat_id(char sys) {
-    switch (sys) {
+    switch (base_system(sys)) {
         case 'G': return 32;
+        case 'R': return 24;
         case 'C': return 63;
         case 'J': return 10;
         case 'E': return 36;
@@ -340,7 +427,7 @@ int rtcmgen_sat_count(const RtcmGenConfig &cfg, char sys) {
     return cfg.sats < max_sat_id(sys) ? cfg.sats : max_sat_id(sys);
 }
 
-static uint32_t frames_per_epoch(const RtcmGenConfig &cfg) {
+uint32_t rtcmgen_frames_per_epoch(const RtcmGenConfig &cfg) {
     uint32_t n = 0;
     for (char s : cfg.systems) n += static_cast<uint32_t>(rtcmgen_sat_count(cfg, s));
     return n;
@@ -354,9 +441,63 @@ static uint64_t bytes_per_epoch(const RtcmGenConfig &cfg) {
     return n;
 }
 
+uint64_t rtcmgen_epoch_count(const RtcmGenConfig &cfg) {
+    uint64_t epochs = cfg.epochs > 0 ? static_cast<uint64_t>(cfg.epochs) : 0;
+    const uint64_t per_epoch = bytes_per_epoch(cfg);
+    if (cfg.min_size > 0 && per_epoch > 0) {
+        const uint64_t need = (cfg.min_size + per_epoch - 1) / per_epoch;
+        if (need > epochs) epochs = need;
+    }
+    return epochs;
+}
+
+uint64_t rtcmgen_content_size(const RtcmGenConfig &cfg) {
+    uint64_t n = rtcmgen_epoch_count(cfg) * bytes_per_epoch(cfg) + cfg.tail_bytes;
+    if (cfg.time_frame) n += RTCM_TIME_FRAME_BYTES;
+    if (cfg.long_frame) n += RTCM_LONG_FRAME_BYTES;
+    return n;
+}
+
 static bool fail(std::string *err, const char *text) {
     if (err) *err = text;
     return false;
+}
+
+static bool has_system(const RtcmGenConfig &cfg, const char *letters) {
+    return cfg.systems.find_first_of(letters) != std::string::npos;
+}
+
+// Days from the GPS epoch (1980-01-06) to the start of GLONASS's first
+// four-year interval (1996-01-01).
+constexpr int64_t kGloIntervalStartDay = 5839;
+constexpr int64_t kGloIntervalDays = 1461;
+constexpr int64_t kMoscowOffset = 3 * 3600;
+// Modified Julian Day of the GPS epoch.
+constexpr int64_t kGpsEpochMjd = 44244;
+
+static int64_t floor_div(int64_t a, int64_t b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
+
+// UTC seconds since the GPS epoch at GPS week and second.
+static int64_t utc_since_gps_epoch(uint64_t week, uint64_t tow, uint32_t leap) {
+    return static_cast<int64_t>(week * 604800u + tow) - static_cast<int64_t>(leap);
+}
+
+// Day of GLONASS's four-year count (from 1996-01-01, Moscow time) at
+// epoch k.
+static int64_t glo_day_1996(const RtcmGenConfig &cfg, uint64_t k) {
+    const int64_t msk =
+        utc_since_gps_epoch(cfg.week, cfg.tow + k * 7200u, cfg.leap_seconds) + kMoscowOffset;
+    return floor_div(msk, 86400) - kGloIntervalStartDay;
+}
+
+// The time frame as the first bytes of a file: a reader that looks for the
+// first frame start must not find one inside it.
+static bool time_frame_hides_a_start(const RtcmGenConfig &cfg) {
+    std::vector<uint8_t> b = rtcmgen_time_frame(cfg.week, cfg.tow, cfg.leap_seconds);
+    b.push_back(RTCM_PREAMBLE);  // the first RTCM frame's header follows
+    b.push_back(0x00);
+    b.push_back(0x00);
+    return rtcm_first_frame_start(b.data(), b.size()) != RTCM_TIME_FRAME_BYTES;
 }
 
 bool rtcmgen_validate(const RtcmGenConfig &cfg, std::string *err) {
@@ -364,28 +505,57 @@ bool rtcmgen_validate(const RtcmGenConfig &cfg, std::string *err) {
     for (size_t i = 0; i < cfg.systems.size(); ++i) {
         const char s = cfg.systems[i];
         if (!std::strchr(kSystems, s) || s == '\0')
-            return fail(err, "systems must be letters among G, C, J, E");
+            return fail(err, "systems must be letters among G, R, C, J, E, g, r, c, e");
         if (cfg.systems.find(s) != i) return fail(err, "a system is named twice");
     }
     if (cfg.sats < 0) return fail(err, "satellite count must not be negative");
     if (cfg.epochs < 1) return fail(err, "at least one epoch is needed");
     if (cfg.tow >= 604800) return fail(err, "time of week must be below 604800");
-    if (cfg.systems.find('C') != std::string::npos &&
-        (cfg.week < 1356 || (cfg.week == 1356 && cfg.tow < 14)))
+    if (has_system(cfg, "Cc") && (cfg.week < 1356 || (cfg.week == 1356 && cfg.tow < 14)))
         return fail(err, "BeiDou needs a time after the start of BDT (GPS week 1356, 14 s)");
-    if (cfg.systems.find('E') != std::string::npos && cfg.week < 1024)
+    if (has_system(cfg, "Ee") && cfg.week < 1024)
         return fail(err, "Galileo needs a GPS week of at least 1024");
     if (cfg.week > 100000) return fail(err, "week out of range");
     if (cfg.min_size > (uint64_t(1) << 32)) return fail(err, "size out of range");
+    if (cfg.leap_seconds > 255) return fail(err, "leap seconds out of range");
+    if (has_system(cfg, "Rr")) {
+        // The four-year interval number has 5 bits: 1996 to 2119.
+        if (glo_day_1996(cfg, 0) < 0)
+            return fail(err, "GLONASS needs a time from 1996 on (GPS week 835)");
+        if (glo_day_1996(cfg, rtcmgen_epoch_count(cfg) - 1) >= 31 * kGloIntervalDays)
+            return fail(err, "GLONASS needs a time before 2120");
+    }
     if (cfg.trailing_bytes < 1 || cfg.trailing_bytes > 2)
         return fail(err, "trailing bytes must be 1 or 2");
+    // min_size can only add frames, so an index valid for the epochs given is valid.
+    const uint64_t eph_frames =
+        static_cast<uint64_t>(rtcmgen_frames_per_epoch(cfg)) * static_cast<uint64_t>(cfg.epochs);
     if (cfg.damage == RtcmDamage::BadCrc || cfg.damage == RtcmDamage::ReservedBits) {
-        const uint64_t frames =
-            static_cast<uint64_t>(frames_per_epoch(cfg)) * static_cast<uint64_t>(cfg.epochs);
+        const uint64_t frames = eph_frames + (cfg.long_frame ? 1 : 0);
         if (cfg.damage_frame < -1) return fail(err, "damaged frame index must be -1 or more");
-        // min_size can only add frames, so an index valid for the epochs given is valid.
         if (cfg.damage_frame >= 0 && static_cast<uint64_t>(cfg.damage_frame) >= frames)
             return fail(err, "damaged frame index beyond the last frame");
+    }
+    if (cfg.long_frame &&
+        (cfg.long_frame_at < -1 ||
+         (cfg.long_frame_at >= 0 && static_cast<uint64_t>(cfg.long_frame_at) > eph_frames)))
+        return fail(err, "long frame placed beyond the last ephemeris frame");
+    if (cfg.time_frame && time_frame_hides_a_start(cfg))
+        return fail(err,
+                    "the time frame's bytes hold D3 and a byte below 4, which a reader would take"
+                    " for the first RTCM frame: choose another week, time of week or leap seconds");
+    if (cfg.tail_bytes > (uint32_t(1) << 20)) return fail(err, "tail bytes out of range");
+    if (cfg.exact_size > 0) {
+        if (cfg.exact_size > (uint64_t(1) << 32)) return fail(err, "exact size out of range");
+        if (cfg.damage == RtcmDamage::Truncate || cfg.damage == RtcmDamage::Trailing)
+            return fail(err, "an exact size cannot be combined with truncate or trailing damage");
+        const uint64_t content = rtcmgen_content_size(cfg);
+        if (content > cfg.exact_size) return fail(err, "the frames alone exceed the exact size");
+        const uint64_t gap = cfg.exact_size - content;
+        if (cfg.pad == RtcmPad::Frames && gap > 0 && gap < RTCM_FILL_FRAME_MIN)
+            return fail(err,
+                        "the frames leave fewer bytes below the exact size than the smallest filler"
+                        " frame (15): change the satellites or pad with zeros");
     }
     return true;
 }
@@ -410,12 +580,103 @@ RtcmEpochTime rtcmgen_epoch_time(const RtcmGenConfig &cfg, int epoch) {
     t.bdt_toe8 = t.bdt_sow / 8;
     t.gst_week12 = t.gst_week % 4096;
     t.gst_toe60 = t.gps_tow / 60;
+
+    const int64_t utc = utc_since_gps_epoch(t.gps_week, t.gps_tow, cfg.leap_seconds);
+    const int64_t utc_day = floor_div(utc, 86400);
+    t.utc_mjd = static_cast<uint32_t>(kGpsEpochMjd + utc_day);
+    t.utc_sod = static_cast<uint32_t>(utc - utc_day * 86400);
+    // GLONASS keeps Moscow time. Its ephemerides are referred to the middle
+    // of 30-minute intervals (hh:15, hh:45); the set that covers the epoch
+    // is the one of the half hour holding it.
+    const int64_t msk = utc + kMoscowOffset;
+    const int64_t msk_day = floor_div(msk, 86400);
+    t.glo_tod = static_cast<uint32_t>(msk - msk_day * 86400);
+    const uint32_t half_hour = t.glo_tod / 1800;  // 0..47
+    t.glo_tb = 2 * half_hour + 1;
+    t.glo_tk = (half_hour / 2) << 7 | (half_hour % 2 * 30) << 1;
+    const int64_t d1996 = msk_day - kGloIntervalStartDay;
+    if (d1996 >= 0) {
+        t.glo_n4 = static_cast<uint32_t>(d1996 / kGloIntervalDays + 1);
+        t.glo_nt = static_cast<uint32_t>(d1996 % kGloIntervalDays + 1);
+    }
     return t;
 }
 
 // Orbit shape per system, in the raw units of the messages: sqrt A in
 // 2^-19 m^1/2, e in 2^-33, i0 in 2^-31 semicircles.
 static int64_t sqrt_a_raw(double sqrt_a) { return static_cast<int64_t>(sqrt_a * 524288.0); }
+
+// Integer square root (floor), so that the GLONASS state vectors come out
+// the same on every platform.
+static uint64_t isqrt(uint64_t x) {
+    uint64_t r = 0;
+    uint64_t bit = uint64_t(1) << 62;
+    while (bit > x) bit >>= 2;
+    while (bit != 0) {
+        if (x >= r + bit) {
+            x -= r + bit;
+            r = (r >> 1) + bit;
+        } else {
+            r >>= 1;
+        }
+        bit >>= 2;
+    }
+    return r;
+}
+
+// A GLONASS state at the reference time: a position on a sphere of the
+// constellation's orbit radius (25510 km, give or take 20) in 2^-11 km, and
+// a velocity at right angles to it of the circular orbit speed (about
+// 3.953 km/s in space) in 2^-20 km/s. Direction vectors are drawn in
+// integers and scaled by integer square roots.
+static void glo_state(uint64_t &state, int64_t pos[3], int64_t vel[3]) {
+    int64_t u[3];
+    uint64_t uu = 0;
+    do {
+        uu = 0;
+        for (int64_t &c : u) {
+            c = mix_range(state, -65536, 65536);
+            uu += static_cast<uint64_t>(c * c);
+        }
+    } while (uu < (uint64_t(1) << 28));
+    const int64_t un = static_cast<int64_t>(isqrt(uu));
+    const int64_t radius = (25510 + mix_range(state, -20, 20)) * 2048;
+    for (int i = 0; i < 3; ++i) pos[i] = u[i] * radius / un;
+
+    int64_t v[3];
+    uint64_t vv = 0;
+    do {
+        int64_t w[3];
+        int64_t dot = 0;
+        for (int i = 0; i < 3; ++i) {
+            w[i] = mix_range(state, -65536, 65536);
+            dot += w[i] * u[i];
+        }
+        // w less its part along u, scaled down so that its squares add up
+        // within 64 bits
+        vv = 0;
+        for (int i = 0; i < 3; ++i) {
+            v[i] = (w[i] * static_cast<int64_t>(uu) - dot * u[i]) / (int64_t(1) << 20);
+            vv += static_cast<uint64_t>(v[i] * v[i]);
+        }
+    } while (vv < (uint64_t(1) << 30));
+    const int64_t vn = static_cast<int64_t>(isqrt(vv));
+    const int64_t speed = 4145021 + mix_range(state, -2000, 2000);
+    for (int i = 0; i < 3; ++i) vel[i] = v[i] * speed / vn;
+    // The message gives the velocity in the Earth-fixed frame: less the
+    // Earth's rotation (7.292115e-5 rad/s about z) carrying the position
+    // along, w x r = (-w y, w x, 0). Positions are in 2^-11 km and
+    // velocities in 2^-20 km/s, hence the factor 2^9.
+    const int64_t kOmega = 7292115;             // 1e-11 rad/s
+    const int64_t kScale = 100000000000 / 512;  // 1e11 / 2^9
+    vel[0] += pos[1] * kOmega / kScale;
+    vel[1] -= pos[0] * kOmega / kScale;
+}
+
+// Frequency channel of each GLONASS slot (1..24): the two satellites
+// opposite each other in a plane share a channel.
+static const int8_t kGloChannel[25] = {0,  1,  -4, 5,  6, 1,  -4, 5, 6, -2, -7, 0, -1,
+                                       -2, -7, 0,  -1, 4, -3, 3,  2, 4, -3, 3,  2};
 
 RtcmEph rtcmgen_make_eph(const RtcmGenConfig &cfg, char sys, int sat, int epoch) {
     RtcmEph e{};
@@ -440,10 +701,10 @@ RtcmEph rtcmgen_make_eph(const RtcmGenConfig &cfg, char sys, int sat, int epoch)
     e.v[F_DN] = mix_range(orbit, 9000, 16000);                  // 2^-43 semicircles/s
     e.v[F_HEALTH] = 0;
 
-    switch (sys) {
+    switch (base_system(sys)) {
         case 'G':
         case 'J': {
-            if (sys == 'G') {
+            if (base_system(sys) == 'G') {
                 e.v[F_SQRTA] = sqrt_a_raw(5153.6) + mix_range(orbit, -200000, 200000);
             } else {
                 // quasi-zenith orbit: geosynchronous, inclined about 41 degrees, e about 0.075
@@ -526,6 +787,51 @@ RtcmEph rtcmgen_make_eph(const RtcmGenConfig &cfg, char sys, int sat, int epoch)
             e.v[F_RESERVED] = 0;
             break;
         }
+        case 'R': {
+            // The orbit-block values drawn above do not appear in 1020: a
+            // GLONASS ephemeris is a state vector at tb, drawn from the set's
+            // own sequence (the satellite is elsewhere at each epoch).
+            int64_t pos[3], vel[3];
+            glo_state(set, pos, vel);
+            e.v[F_GLO_X] = pos[0];
+            e.v[F_GLO_Y] = pos[1];
+            e.v[F_GLO_Z] = pos[2];
+            e.v[F_GLO_XDOT] = vel[0];
+            e.v[F_GLO_YDOT] = vel[1];
+            e.v[F_GLO_ZDOT] = vel[2];
+            e.v[F_GLO_XDDOT] = mix_range(set, -3, 3);  // 2^-30 km/s^2
+            e.v[F_GLO_YDDOT] = mix_range(set, -3, 3);
+            e.v[F_GLO_ZDDOT] = mix_range(set, -3, 3);
+            e.v[F_GLO_FREQ] = kGloChannel[sat >= 1 && sat <= 24 ? sat : 0] + 7;
+            e.v[F_GLO_ALM_HEALTH] = 1;
+            e.v[F_GLO_ALM_AVAIL] = 1;
+            e.v[F_GLO_P1] = 1;  // 30 minutes between tb values
+            e.v[F_GLO_TK] = t.glo_tk;
+            e.v[F_HEALTH] = 0;
+            e.v[F_GLO_P2] = t.glo_tb & 1;
+            e.v[F_GLO_TB] = t.glo_tb;
+            e.v[F_GLO_P3] = 1;
+            e.v[F_GLO_GAMMA] = mix_range(set, -5, 5);  // 2^-40
+            e.v[F_GLO_P] = 3;
+            e.v[F_GLO_LN3] = 0;                                // healthy
+            e.v[F_GLO_TAU] = mix_range(set, -200000, 200000);  // 2^-30 s: within +-0.2 ms
+            e.v[F_GLO_DTAU] = mix_range(set, -8, 8);
+            e.v[F_GLO_EN] = 0;
+            e.v[F_GLO_P4] = 0;
+            e.v[F_GLO_FT] = mix_range(set, 0, 3);
+            e.v[F_GLO_NT] = t.glo_nt;
+            e.v[F_GLO_M] = 1;
+            e.v[F_GLO_ADD] = 1;
+            e.v[F_GLO_NA] = t.glo_nt;
+            e.v[F_GLO_N4] = t.glo_n4;
+            // Time scale corrections belong to the system, not to a satellite.
+            uint64_t sys_set = mix_state(cfg.seed, sys_code, 0, static_cast<uint64_t>(epoch));
+            e.v[F_GLO_TAUC] = mix_range(sys_set, -100, 100);    // 2^-31 s
+            e.v[F_GLO_TAUGPS] = mix_range(sys_set, -100, 100);  // 2^-30 s
+            e.v[F_GLO_LN5] = 0;
+            e.v[F_RESERVED] = 0;
+            break;
+        }
         default: break;
     }
     return e;
@@ -534,12 +840,93 @@ RtcmEph rtcmgen_make_eph(const RtcmGenConfig &cfg, char sys, int sat, int epoch)
 static void count_msg(RtcmGenStats &st, uint32_t msg) {
     switch (msg) {
         case 1019: ++st.count_1019; break;
+        case 1020: ++st.count_1020; break;
         case 1042: ++st.count_1042; break;
         case 1044: ++st.count_1044; break;
         case 1046: ++st.count_1046; break;
+        case 1919: ++st.count_1919; break;
+        case 1920: ++st.count_1920; break;
+        case 1942: ++st.count_1942; break;
+        case 1946: ++st.count_1946; break;
+        case RTCM_TEXT_MSG: ++st.count_1029; break;
         default: break;
     }
 }
+
+// ---------------------------------------------------------------------------
+// 'B' 'K' aid-time frame
+
+static void put_le32(uint8_t *p, uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
+}
+
+std::vector<uint8_t> rtcmgen_time_frame(uint32_t week, uint32_t tow, uint32_t leap_seconds) {
+    std::vector<uint8_t> f(RTCM_TIME_FRAME_BYTES, 0);
+    const uint32_t len = RTCM_TIME_FRAME_BYTES - 8;
+    f[0] = 'B';
+    f[1] = 'K';
+    f[4] = RTCM_BK_CLASS_CMD;
+    f[5] = RTCM_BK_ID_TIME;
+    f[6] = static_cast<uint8_t>((len >> 8) & 0x0F);
+    f[7] = static_cast<uint8_t>(len & 0xFF);
+    put_le32(&f[8], week);
+    put_le32(&f[12], tow);
+    put_le32(&f[16], leap_seconds);
+    const uint16_t crc = Vk_CRC16_Calc(&f[4], len + 4);
+    f[2] = static_cast<uint8_t>(crc >> 8);
+    f[3] = static_cast<uint8_t>(crc);
+    return f;
+}
+
+size_t rtcm_first_frame_start(const uint8_t *data, size_t len) {
+    for (size_t i = 0; i + 2 < len; ++i)
+        if (data[i] == RTCM_PREAMBLE && (data[i + 1] & 0xFC) == 0) return i;
+    return len;
+}
+
+// ---------------------------------------------------------------------------
+// 1029 text frames
+
+// Appends a 1029 frame carrying the given UTF-8 code units (n_chars
+// characters) and the epoch's UTC date.
+static void append_text_frame(std::vector<uint8_t> &out, const RtcmEpochTime &t,
+                              const uint8_t *units, uint32_t n_units, uint32_t n_chars) {
+    uint8_t p[RTCM_TEXT_HEADER_BYTES + 255] = {};
+    rtcm_setbitu(p, 0, 12, RTCM_TEXT_MSG);
+    rtcm_setbitu(p, 12, 12, 0);  // station ID
+    rtcm_setbitu(p, 24, 16, t.utc_mjd & 0xFFFFu);
+    rtcm_setbitu(p, 40, 17, t.utc_sod);
+    rtcm_setbitu(p, 57, 7, n_chars);
+    rtcm_setbitu(p, 64, 8, n_units);
+    std::memcpy(p + RTCM_TEXT_HEADER_BYTES, units, n_units);
+    rtcm_append_frame(out, p, RTCM_TEXT_HEADER_BYTES + n_units);
+}
+
+// A filler frame of frame_bytes (15..142) bytes: ASCII text.
+static void append_fill_frame(std::vector<uint8_t> &out, const RtcmEpochTime &t,
+                              uint32_t frame_bytes) {
+    static const char kText[] = "vkagnss sample data, filler to an exact size. ";
+    const uint32_t n = frame_bytes - RTCM_FILL_FRAME_MIN;
+    uint8_t units[127];
+    for (uint32_t i = 0; i < n; ++i) units[i] = static_cast<uint8_t>(kText[i % (sizeof kText - 1)]);
+    append_text_frame(out, t, units, n, n);
+}
+
+// The long frame: 127 Greek small letters (alpha to omega, over and over),
+// two UTF-8 code units each. The character count has only 7 bits, so a
+// payload above 255 bytes needs characters of more than one unit.
+static void append_long_frame(std::vector<uint8_t> &out, const RtcmEpochTime &t) {
+    uint8_t units[254];
+    for (uint32_t i = 0; i < 127; ++i) {
+        const uint32_t cp = 0x03B1 + i % 25;  // U+03B1 .. U+03C9
+        units[2 * i] = static_cast<uint8_t>(0xC0 | (cp >> 6));
+        units[2 * i + 1] = static_cast<uint8_t>(0x80 | (cp & 0x3F));
+    }
+    append_text_frame(out, t, units, 254, 127);
+}
+
+// ---------------------------------------------------------------------------
+// The file
 
 std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *stats) {
     RtcmGenStats st;
@@ -548,21 +935,34 @@ std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *st
         if (stats) *stats = st;
         return out;
     }
-    uint64_t epochs = static_cast<uint64_t>(cfg.epochs);
+    const uint64_t epochs = rtcmgen_epoch_count(cfg);
     const uint64_t per_epoch = bytes_per_epoch(cfg);
-    if (cfg.min_size > 0 && per_epoch > 0) {
-        const uint64_t need = (cfg.min_size + per_epoch - 1) / per_epoch;
-        if (need > epochs) epochs = need;
-    }
     out.reserve(static_cast<size_t>(epochs * per_epoch + 2));
+
+    if (cfg.time_frame) {
+        const std::vector<uint8_t> tf = rtcmgen_time_frame(cfg.week, cfg.tow, cfg.leap_seconds);
+        out.insert(out.end(), tf.begin(), tf.end());
+        st.time_frame_bytes = tf.size();
+    }
+    const RtcmEpochTime t0 = rtcmgen_epoch_time(cfg, 0);
+    auto add_long_frame = [&](std::vector<size_t> &starts) {
+        st.long_frame_offset = out.size();
+        starts.push_back(out.size());
+        append_long_frame(out, t0);
+        count_msg(st, RTCM_TEXT_MSG);
+    };
 
     std::vector<size_t> starts;  // offset of every frame
     uint8_t payload[RTCM_MAX_PAYLOAD];
+    uint64_t eph_index = 0;
     for (uint64_t k = 0; k < epochs; ++k) {
         for (char sys : cfg.systems) {
             const uint32_t msg = rtcmgen_msg_of_system(sys);
             const int n = rtcmgen_sat_count(cfg, sys);
             for (int sat = 1; sat <= n; ++sat) {
+                if (cfg.long_frame && cfg.long_frame_at >= 0 &&
+                    static_cast<uint64_t>(cfg.long_frame_at) == eph_index)
+                    add_long_frame(starts);
                 const RtcmEph eph = rtcmgen_make_eph(cfg, sys, sat, static_cast<int>(k));
                 const uint32_t len = rtcm_eph_encode(msg, eph, payload, sizeof payload);
                 if (len == 0) {  // a generated value left its field: a bug, not a config error
@@ -572,6 +972,29 @@ std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *st
                 starts.push_back(out.size());
                 rtcm_append_frame(out, payload, len);
                 count_msg(st, msg);
+                ++eph_index;
+            }
+        }
+    }
+    if (cfg.long_frame &&
+        (cfg.long_frame_at < 0 || static_cast<uint64_t>(cfg.long_frame_at) >= eph_index))
+        add_long_frame(starts);
+
+    // An exact size: filler frames of nearly equal length (each within
+    // 15..142 bytes), or zero bytes.
+    uint64_t zeros = cfg.tail_bytes;
+    if (cfg.exact_size > 0) {
+        const uint64_t gap = cfg.exact_size - (out.size() + cfg.tail_bytes);
+        if (cfg.pad == RtcmPad::Zeros) {
+            zeros += gap;
+        } else if (gap > 0) {
+            const uint64_t n = (gap + RTCM_FILL_FRAME_MAX - 1) / RTCM_FILL_FRAME_MAX;
+            for (uint64_t i = 0; i < n; ++i) {
+                const uint64_t size = gap / n + (i < gap % n ? 1 : 0);
+                starts.push_back(out.size());
+                append_fill_frame(out, t0, static_cast<uint32_t>(size));
+                count_msg(st, RTCM_TEXT_MSG);
+                ++st.fill_frames;
             }
         }
     }
@@ -594,10 +1017,7 @@ std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *st
             out.resize(off + (out.size() - off) / 2);
             break;
         }
-        case RtcmDamage::Trailing:
-            out.push_back(RTCM_PREAMBLE);
-            if (cfg.trailing_bytes == 2) out.push_back(0x00);
-            break;
+        case RtcmDamage::Trailing: break;  // after the zero bytes, below
         case RtcmDamage::ReservedBits: {
             // The lowest reserved bit, next to the length: a reader that masks
             // too few bits still takes it for part of a valid header. The CRC is
@@ -607,6 +1027,12 @@ std::vector<uint8_t> rtcmgen_generate(const RtcmGenConfig &cfg, RtcmGenStats *st
             seal_frame(frame);
             break;
         }
+    }
+    out.resize(out.size() + static_cast<size_t>(zeros), 0);
+    st.zero_bytes = zeros;
+    if (cfg.damage == RtcmDamage::Trailing) {
+        out.push_back(RTCM_PREAMBLE);
+        if (cfg.trailing_bytes == 2) out.push_back(0x00);
     }
     st.bytes = out.size();
     if (stats) *stats = st;
