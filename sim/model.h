@@ -9,7 +9,9 @@
 // units were taken and fills its own fields of the record; a model with a
 // protocol of its own, such as the HD receivers' file download, also gets
 // the faults of that protocol through configure and may speak unasked
-// through tick). The sentences and the start of a frame are
+// through tick; a model that takes raw data without framing, such as the
+// TQ934N's ephemeris blocks, learns through quiet that the sender has stopped
+// and may end a unit there). The sentences and the start of a frame are
 // parsed the same way for every model (sim/sentence.h); a model brings its
 // frames and its answers. A new platform adds one model_<name>.cpp beside
 // model_dw2207b.cpp and one line in the table of sim_find_model.
@@ -27,6 +29,16 @@ enum class SimUnitKind {
     Frame,     // a binary frame or record
     Packet,    // a piece of a file download (a YMODEM packet, an EOT, a stray byte):
                // the model records it itself; never numbered, never refused
+    Block,     // a raw piece of a data transfer with no framing of its own (a TQ934N
+               // ephemeris block): the model records it itself; numbered and refused
+               // like a frame when it is answered
+};
+
+// What a model makes of a quiet line (SimModel::quiet).
+enum class SimQuiet {
+    Nothing,  // it holds no unit that quiet could end
+    Waiting,  // it holds one, and the line has not been quiet long enough yet
+    Unit,     // the quiet ended the unit it held: *unit is filled
 };
 
 // One unit the model has finished.
@@ -69,6 +81,15 @@ struct SimModel {
     // download) and may count it in the record. The sim writes *out at once.
     // Not called while silent, after a hang-up or once sim_stop is waiting.
     void (*tick)(void *state, int64_t now_us, std::string *out, SimRecord *rec) = nullptr;
+    // Optional (null: every unit ends on a byte of its own). Called by the
+    // receiver thread on every poll slice that found no input waiting, with
+    // quiet_us the time since the last bytes were read, and once more with a
+    // very long quiet when sim_stop has drained the line. A model whose units
+    // may end only when the sender stops (a raw block of unknown length)
+    // finishes them here; the sim handles such a unit exactly like one feed
+    // completed. While the model answers Waiting, sim_idle reports the line
+    // busy. Not called after a hang-up.
+    SimQuiet (*quiet)(void *state, int64_t quiet_us, SimUnit *unit) = nullptr;
 };
 
 extern const SimModel sim_model_dw2207b;
@@ -76,6 +97,8 @@ extern const SimModel sim_model_ag33xx;
 extern const SimModel sim_model_rz610mxxxx;
 extern const SimModel sim_model_hd8xxx;
 extern const SimModel sim_model_mj7xxx;
+extern const SimModel sim_model_sta8100;
+extern const SimModel sim_model_tq934n;
 
 // The model of a platform (case-insensitive), or null.
 const SimModel *sim_find_model(const std::string &platform);

@@ -46,12 +46,13 @@
 
 namespace {
 
-constexpr int kPollMs = 10;                    // poll slice of the receiver thread
-constexpr int64_t kDrainQuietUs = 100000;      // sim_stop: quiet line that ends the drain
-constexpr int64_t kDrainMaxUs = 10000000;      // sim_stop: a writer that never pauses
-constexpr int64_t kWriteStallUs = 2000000;     // give up a reply nobody reads
-constexpr int64_t kWriteStallStopUs = 100000;  // ... sooner once stopping
-constexpr char kNoise[] = "#noise";            // repeated; no '$', no CR/LF
+constexpr int kPollMs = 10;                           // poll slice of the receiver thread
+constexpr int64_t kDrainQuietUs = 100000;             // sim_stop: quiet line that ends the drain
+constexpr int64_t kDrainMaxUs = 10000000;             // sim_stop: a writer that never pauses
+constexpr int64_t kEndOfLineQuietUs = INT64_MAX / 2;  // sim_stop: the quiet that ends every unit
+constexpr int64_t kWriteStallUs = 2000000;            // give up a reply nobody reads
+constexpr int64_t kWriteStallStopUs = 100000;         // ... sooner once stopping
+constexpr char kNoise[] = "#noise";                   // repeated; no '$', no CR/LF
 // Noise before binary answers: receiver text behind a stray 0x04.
 constexpr char kBinaryNoise[] = "\x04$GNTXT,01,01,02,noise*2D\r\n";
 constexpr size_t kChatterBytes = 16;
@@ -100,9 +101,9 @@ std::string escaped(const uint8_t *p, size_t n) {
 }  // namespace
 
 const SimModel *sim_find_model(const std::string &platform) {
-    static const SimModel *const models[] = {&sim_model_dw2207b, &sim_model_ag33xx,
-                                             &sim_model_rz610mxxxx, &sim_model_hd8xxx,
-                                             &sim_model_mj7xxx};
+    static const SimModel *const models[] = {
+        &sim_model_dw2207b, &sim_model_ag33xx,  &sim_model_rz610mxxxx, &sim_model_hd8xxx,
+        &sim_model_mj7xxx,  &sim_model_sta8100, &sim_model_tq934n};
     std::string want = lower(platform);
     for (const SimModel *m : models) {
         if (want == m->name) return m;
@@ -129,6 +130,7 @@ struct Sim {
     std::atomic<bool> stop{false};
     std::atomic<bool> hung_up{false};
     std::atomic<bool> busy{false};
+    std::atomic<bool> held{false};  // the model holds a unit that only a quiet line can end
     std::atomic<int64_t> last_activity_us{0};
     std::atomic<int64_t> last_answer_end_us{0};  // when the last byte of an answer was written
     std::atomic<int64_t> last_input_end_us{0};   // when the latest input counted as received
@@ -185,6 +187,7 @@ void close_fds(Sim *s) {
 void hang_up(Sim *s) {
     close_fds(s);
     s->hung_up.store(true);
+    s->held.store(false);  // nothing more will come to end a unit
     touch(s);
 }
 
@@ -357,31 +360,49 @@ void handle_unit(Sim *s, const SimUnit &u) {
     s->busy.store(false);
 }
 
+// Handles a finished unit and counts it for close_after_frames. Returns false
+// once the receiver has hung up.
+bool take_unit(Sim *s, const SimUnit &u) {
+    handle_unit(s, u);
+    if ((u.kind == SimUnitKind::Frame && u.record) || u.transfer) {
+        ++s->frames_seen;
+        int32_t limit = s->cfg.faults.close_after_frames;
+        if (limit > 0 && s->frames_seen >= uint32_t(limit)) {
+            vlog(s, "hanging up after %u frames", s->frames_seen);
+            hang_up(s);
+            return false;
+        }
+    }
+    return true;
+}
+
 // Feeds a chunk read from the master. Returns false once the receiver has
 // hung up; the bytes after the frame that triggered it are dropped unrecorded.
 bool process(Sim *s, const uint8_t *chunk, size_t n) {
     size_t recorded = 0;
     SimUnit u;
+    if (s->model->quiet) s->held.store(true);  // until the model says otherwise
     for (size_t i = 0; i < n; ++i) {
         if (!s->model->feed(s->model_state, chunk[i], &u)) continue;
         // The raw record holds a unit's bytes by the time the unit is recorded.
         record_raw(s, chunk, recorded, i + 1);
         s->bytes_in.fetch_add(i + 1 - recorded);
         recorded = i + 1;
-        handle_unit(s, u);
-        if ((u.kind == SimUnitKind::Frame && u.record) || u.transfer) {
-            ++s->frames_seen;
-            int32_t limit = s->cfg.faults.close_after_frames;
-            if (limit > 0 && s->frames_seen >= uint32_t(limit)) {
-                vlog(s, "hanging up after %u frames", s->frames_seen);
-                hang_up(s);
-                return false;
-            }
-        }
+        if (!take_unit(s, u)) return false;
     }
     record_raw(s, chunk, recorded, n);
     s->bytes_in.fetch_add(n - recorded);
     return true;
+}
+
+// Tells the model how long the line has been quiet (SimModel::quiet) and
+// takes the unit the quiet ended, if any.
+void quiet_line(Sim *s, int64_t quiet_us) {
+    if (!s->model->quiet || s->hung_up.load()) return;
+    SimUnit u;
+    SimQuiet q = s->model->quiet(s->model_state, quiet_us, &u);
+    if (q == SimQuiet::Unit) take_unit(s, u);
+    s->held.store(q == SimQuiet::Waiting);
 }
 
 // Unasked noise, written once if the line takes it; never waits.
@@ -434,8 +455,11 @@ void run(Sim *s) {
             if (stop_seen_us == 0) stop_seen_us = now;
             if (s->hung_up.load()) break;
             int64_t quiet_from = last_input_us > stop_seen_us ? last_input_us : stop_seen_us;
-            if (now - quiet_from >= kDrainQuietUs) break;
-            if (now - stop_seen_us >= kDrainMaxUs) break;
+            if (now - quiet_from >= kDrainQuietUs || now - stop_seen_us >= kDrainMaxUs) {
+                // The line is over: a unit that waits for quiet ends here.
+                quiet_line(s, kEndOfLineQuietUs);
+                break;
+            }
         }
         if (s->hung_up.load()) {
             sleep_us(int64_t(kPollMs) * 1000);
@@ -454,6 +478,7 @@ void run(Sim *s) {
         pollfd p{s->master, POLLIN, 0};
         int r = poll(&p, 1, kPollMs);
         if (r <= 0) {
+            quiet_line(s, now_us() - last_input_us);
             repeat_answer(s);
             continue;
         }
@@ -640,7 +665,7 @@ SimRecord sim_record(const Sim *sim) {
 
 bool sim_idle(const Sim *sim, uint32_t quiet_ms) {
     if (!sim) return true;
-    if (sim->busy.load()) return false;
+    if (sim->busy.load() || sim->held.load()) return false;
     if (now_us() - sim->last_activity_us.load() < int64_t(quiet_ms) * 1000) return false;
     std::lock_guard<std::mutex> lock(sim->fd_mu);
     if (sim->master >= 0) {

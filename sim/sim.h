@@ -20,17 +20,20 @@
 // and goes out in split_parts pieces split_gap_ms apart, paced if pace_baud.
 // Precedence: silent over everything; stop_after next; refuse picks the
 // refusal instead of the reply; garbage_only hides whichever was picked.
-// Units a healthy receiver does not answer (RTCM frames, damaged sentences)
-// get nothing under any fault.
-// Before a binary answer (the EPO receivers' frame acknowledgements) the noise
-// is instead "\x04$GNTXT,01,01,02,noise*2D\r\n" repeated and cut to length:
-// receiver text with a stray 0x04 in front, the two bytes a binary matcher
-// waits for first, but never the rest of an acknowledgement.
+// Units a healthy receiver does not answer (RTCM ephemeris frames, damaged
+// sentences) get nothing under any fault; a unit the platform has no refusal
+// for (an STA8100 RTCM aid command) gets nothing when it is refused.
+// Before a binary answer (the EPO receivers' frame acknowledgements, the HD
+// acknowledgements, the STA8100 RTCM acknowledgements, the TQ934N 'B' 'K'
+// frames) the noise is instead "\x04$GNTXT,01,01,02,noise*2D\r\n" repeated
+// and cut to length: receiver text with a stray 0x04 in front, the two bytes
+// a binary matcher waits for first, but never the rest of an acknowledgement.
 //
 // Answered units are numbered from 0 in arrival order: every sentence that
-// reached its line end and every complete binary frame that the platform
-// answers (with its reply or its refusal), good or bad check value alike.
-// Damaged pieces, RTCM frames and sentences of other talkers get no number.
+// reached its line end and every complete binary frame or ephemeris block
+// that the platform answers (with its reply or its refusal), good or bad
+// check value alike. Damaged pieces, RTCM ephemeris frames and sentences of
+// other talkers get no number.
 // A unit is refused (answered with the refusal) when refuse is set, when its
 // number is refuse_only or in refuse_units, or when its bytes start with
 // refuse_prefix.
@@ -106,10 +109,23 @@ struct SimFaults {
     // send this many bytes other than 'C' before each 'C' of the calls that
     // follow the start-download ACK: 'x', 0x00, 'x', 0x00, ... cut to length
     uint32_t ymodem_bytes_before_c = 0;
+
+    // STA8100 and TQ934N text commands: answer each with a line that holds
+    // the command's name but neither "OK" nor "ERROR" (sta8100
+    // "$<NAME>BUSY*HH\r\n", tq934n "$<address>,BUSY*HH\r\n"), a reply the
+    // tool can neither take nor reject: its reply check looks at that line
+    // again and again. The refuse faults take precedence (a refused command
+    // still gets its ERROR); binary answers are left alone.
+    bool unknown_reply = false;
+    // STA8100 and TQ934N binary answers (the RTCM acknowledgement frames, the
+    // 'B' 'K' frames, refusals included): the last byte of their check value
+    // goes out inverted. The tool matches these answers without that byte.
+    bool ack_bad_crc = false;
 };
 
 struct SimConfig {
-    std::string platform;   // "dw2207b", "ag33xx", "rz610mxxxx", "hd8xxx", "mj7xxx"
+    std::string platform;   // "dw2207b", "ag33xx", "rz610mxxxx", "hd8xxx", "mj7xxx",
+                            // "sta8100", "tq934n"
     std::string link_path;  // optional symlink to the slave device
     SimFaults faults;
     bool verbose = false;  // log what it receives and answers to stderr
@@ -121,6 +137,30 @@ struct SimFlashFile {
     uint32_t declared_size = 0;  // the size the header packet declared
     std::vector<uint8_t> data;   // the data packets' bytes, cut to declared_size (shorter when
                                  // fewer bytes came)
+};
+
+// An aid time an STA8100 took from an RTCM message-999 frame, field by field
+// as the frame packs them (the year in 12 bits, the rest in 4 to 6 bits).
+struct SimStaTime {
+    int day = 0, month = 0, year = 0, hour = 0, minute = 0, second = 0;
+    bool operator==(const SimStaTime &) const = default;
+};
+
+// An aid position an STA8100 took from an RTCM message-999 frame.
+struct SimStaPosition {
+    int32_t latitude = 0;   // whole arc-seconds, south negative
+    int32_t longitude = 0;  // whole arc-seconds, west negative
+    int32_t altitude = 0;   // whole metres: the 20-bit field, sign-extended
+    bool operator==(const SimStaPosition &) const = default;
+};
+
+// A time a TQ934N took from a binary 'B' 'K' time frame (class 18, id 03):
+// its three little-endian 32-bit payload words.
+struct SimTqTime {
+    uint32_t week = 0;  // GPS week
+    uint32_t tow = 0;   // whole seconds of the week
+    int32_t leap = 0;   // leap seconds
+    bool operator==(const SimTqTime &) const = default;
 };
 
 // What the receiver got, in arrival order.
@@ -139,6 +179,11 @@ struct SimFlashFile {
 //
 // HD8XXX and MJ7XXX: see sim/model_hd.h for the binary frames, the "$PVNK"
 // sentences and the file download (YMODEM) with their answers.
+//
+// STA8100 and TQ934N: see sim/model_sta8100.cpp (the "$PSTM" sentences and
+// the RTCM message-999 command frames) and sim/model_tq934n.cpp (the "$PVNK"
+// sentences, the 'B' 'K' frames and the raw ephemeris blocks, with how a
+// block's end is told).
 struct SimRecord {
     std::vector<uint8_t> raw;                  // every byte received
     std::vector<std::string> sentences;        // each "$...\r\n" sentence, as received
@@ -179,6 +224,27 @@ struct SimRecord {
                                   // header and the 'C' after a header's or an EOT's ACK
     uint32_t ymodem_noise = 0;    // bytes in download mode that started no packet or EOT
     uint32_t ymodem_cancels = 0;  // downloads the host cancelled (two CAN bytes in a row)
+
+    // STA8100 and TQ934N: every ephemeris byte taken, in arrival order, so
+    // that a test compares it with the file the tool sent. sta8100: each
+    // RTCM ephemeris frame whole and each "$PSTMEPHEM" line as received (its
+    // line end included); tq934n: the bytes of each ephemeris block taken.
+    std::vector<uint8_t> ephemeris_bytes;
+
+    // STA8100 (sta8100).
+    std::vector<SimStaTime> sta_times;          // each RTCM aid time taken (999, subtype 0)
+    std::vector<SimStaPosition> sta_positions;  // each RTCM aid position taken (999, subtype 2)
+    uint32_t sta_cold_starts = 0;  // cold starts taken: "$PSTMCOLD" sentences and RTCM start frames
+    std::vector<std::string> sta_ephemeris_lines;            // each "$PSTMEPHEM" line with a good
+                                                             // checksum, as received
+    std::vector<std::vector<uint8_t>> sta_ephemeris_frames;  // each RTCM frame other than
+                                                             // message 999 with a good CRC
+
+    // TQ934N (tq934n).
+    std::vector<uint32_t> tq_block_sizes;  // the size of each ephemeris block taken
+    std::vector<SimTqTime> tq_times;       // each binary time frame taken
+    uint32_t tq_clears = 0;                // "$PVNKCLRADAT" taken
+    uint32_t tq_restarts = 0;              // "$PVNKHOT", "$PVNKWARM", "$PVNKCOLD" taken
 };
 
 struct Sim;

@@ -5,6 +5,8 @@
 //   vkagnss-sim --platform ag33xx --link /tmp/ttyVK1
 //   vkagnss -m AG33XX -o offline -p /tmp/ttyVK1 -b 115200 -f EPO_GPS_3_1.DAT ...
 //   vkagnss-sim --platform hd8xxx --link /tmp/ttyVK2
+//   vkagnss-sim --platform sta8100 --link /tmp/ttyVK3
+//   vkagnss-sim --platform tq934n --link /tmp/ttyVK4
 
 #include <cctype>
 #include <cerrno>
@@ -28,13 +30,14 @@ volatile std::sig_atomic_t g_signalled = 0;
 void on_signal(int) { g_signalled = 1; }
 
 const char kUsage[] =
-    "usage: vkagnss-sim --platform dw2207b|ag33xx|rz610mxxxx|hd8xxx|mj7xxx [options]\n"
+    "usage: vkagnss-sim --platform dw2207b|ag33xx|rz610mxxxx|hd8xxx|mj7xxx|sta8100|tq934n\n"
+    "                   [options]\n"
     "\n"
     "Plays a GNSS receiver on a pseudo-terminal and prints the device path.\n"
     "Runs until SIGINT or SIGTERM, then prints what it received.\n"
     "\n"
-    "  --platform NAME          receiver model: dw2207b, ag33xx, rz610mxxxx, hd8xxx\n"
-    "                           or mj7xxx\n"
+    "  --platform NAME          receiver model: dw2207b, ag33xx, rz610mxxxx, hd8xxx,\n"
+    "                           mj7xxx, sta8100 or tq934n\n"
     "  --link PATH              also reach the device through symlink PATH\n"
     "                           (an existing symlink there is replaced)\n"
     "  --silent                 never answer\n"
@@ -42,7 +45,9 @@ const char kUsage[] =
     "                           (dw2207b $ERROR*58, ag33xx $PAIR001,<nnn>,1,\n"
     "                           rz610mxxxx <address>,FAIL, binary frames result 1;\n"
     "                           hd8xxx and mj7xxx <address>,ERROR,3, binary frames\n"
-    "                           NAK F1 D9 05 00)\n"
+    "                           NAK F1 D9 05 00; sta8100 $PSTM<NAME>ERROR, RTCM\n"
+    "                           commands no acknowledgement; tq934n <address>,ERROR,\n"
+    "                           'B' 'K' frames class 3C/19 with id 00)\n"
     "  --refuse-only N          refuse only the answered unit number N (from 0:\n"
     "                           every answered sentence and binary frame counts)\n"
     "  --refuse-units N,N,...   refuse the answered units with these numbers\n"
@@ -71,6 +76,11 @@ const char kUsage[] =
     "  --ymodem-no-c            never send 'C'\n"
     "  --ymodem-before-c N      send N bytes ('x', 0x00, ...) before each 'C' the\n"
     "                           receiver calls for the header with\n"
+    "  --unknown-reply          sta8100/tq934n: answer text commands with a line that\n"
+    "                           holds the name but neither OK nor ERROR\n"
+    "                           ($PSTM<NAME>BUSY, $<address>,BUSY)\n"
+    "  --ack-bad-crc            sta8100/tq934n: binary answers go out with the last\n"
+    "                           byte of their check value inverted\n"
     "  --exit-after-idle MS     exit once a client has sent something and the\n"
     "                           line has then been quiet for MS (chatter does\n"
     "                           not count; pick MS above the tool's longest wait)\n"
@@ -164,7 +174,8 @@ int main(int argc, char **argv) {
         bool is_flag = opt == "--help" || opt == "-h" || opt == "--silent" || opt == "--refuse" ||
                        opt == "--garbage-only" || opt == "--verbose" ||
                        opt == "--ymodem-nak-first" || opt == "--ymodem-nak-eot" ||
-                       opt == "--ymodem-can" || opt == "--ymodem-no-c";
+                       opt == "--ymodem-can" || opt == "--ymodem-no-c" ||
+                       opt == "--unknown-reply" || opt == "--ack-bad-crc";
         if (is_flag && has_inline) return usage_error("option %s takes no value", opt.c_str());
 
         uint32_t n = 0;
@@ -240,6 +251,10 @@ int main(int argc, char **argv) {
             cfg.faults.ymodem_can = true;
         } else if (opt == "--ymodem-no-c") {
             cfg.faults.ymodem_no_c = true;
+        } else if (opt == "--unknown-reply") {
+            cfg.faults.unknown_reply = true;
+        } else if (opt == "--ack-bad-crc") {
+            cfg.faults.ack_bad_crc = true;
         } else if (opt == "--ymodem-before-c") {
             if (!take_u32(&cfg.faults.ymodem_bytes_before_c))
                 return usage_error("%s needs a number", opt.c_str());
@@ -319,6 +334,37 @@ int main(int argc, char **argv) {
         for (const SimFlashFile &f : rec.flash) {
             std::printf("vkagnss-sim: flash file \"%s\", declared %u bytes, stored %zu bytes\n",
                         f.name.c_str(), unsigned(f.declared_size), f.data.size());
+        }
+    }
+    if (platform == "sta8100") {
+        std::printf(
+            "vkagnss-sim: cold starts %u, aid times %zu, aid positions %zu, ephemeris lines %zu, "
+            "ephemeris frames %zu, ephemeris bytes %zu, refusals %u\n",
+            unsigned(rec.sta_cold_starts), rec.sta_times.size(), rec.sta_positions.size(),
+            rec.sta_ephemeris_lines.size(), rec.sta_ephemeris_frames.size(),
+            rec.ephemeris_bytes.size(), unsigned(rec.refusals));
+        for (const SimStaTime &t : rec.sta_times) {
+            std::printf("vkagnss-sim: aid time %04d-%02d-%02d %02d:%02d:%02d\n", t.year, t.month,
+                        t.day, t.hour, t.minute, t.second);
+        }
+        for (const SimStaPosition &p : rec.sta_positions) {
+            std::printf("vkagnss-sim: aid position lat %d\", lon %d\", alt %d m\n", int(p.latitude),
+                        int(p.longitude), int(p.altitude));
+        }
+    }
+    if (platform == "tq934n") {
+        std::string sizes;
+        for (size_t i = 0; i < rec.tq_block_sizes.size(); ++i)
+            sizes += (i ? ", " : "") + std::to_string(rec.tq_block_sizes[i]);
+        std::printf(
+            "vkagnss-sim: clears %u, restarts %u, time frames %zu, ephemeris blocks %zu [%s], "
+            "ephemeris bytes %zu, refusals %u\n",
+            unsigned(rec.tq_clears), unsigned(rec.tq_restarts), rec.tq_times.size(),
+            rec.tq_block_sizes.size(), sizes.c_str(), rec.ephemeris_bytes.size(),
+            unsigned(rec.refusals));
+        for (const SimTqTime &t : rec.tq_times) {
+            std::printf("vkagnss-sim: time frame week %u, second %u, leap %d\n", unsigned(t.week),
+                        unsigned(t.tow), int(t.leap));
         }
     }
     std::fflush(stdout);
