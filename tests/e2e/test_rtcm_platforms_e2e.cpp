@@ -1,0 +1,186 @@
+// STA8100 and TQ934N end to end: the real binary against the virtual
+// receiver over a pseudo-terminal; what the receiver took, the console lines
+// (stamps masked) and the exit status.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sim/sim.h"
+#include "tests/support/harness.h"
+#include "tests/support/sim_fixture.h"
+#include "tools/pstm_gen.h"
+#include "tools/rtcm_gen.h"
+
+namespace {
+
+const char kSuccess[] = "[SSS.mmm][SUCCESS] vkagnss run success\n";
+
+class RtcmPlatformE2E : public SimTest {
+protected:
+    std::string rtcm(const RtcmGenConfig &cfg, const char *name, std::vector<uint8_t> *out) {
+        std::vector<uint8_t> data = rtcmgen_generate(cfg);
+        std::string path = dir() + "/" + name;
+        write_file(path, data);
+        if (out) *out = data;
+        return path;
+    }
+};
+
+}  // namespace
+
+// ---- STA8100 ------------------------------------------------------------------------------
+
+TEST_F(RtcmPlatformE2E, Sta8100RtcmDialectSendsDecodableFramesAndTheFile) {
+    start_sim("sta8100", SimFaults());
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 3;
+    std::vector<uint8_t> file;
+    std::string path = rtcm(cfg, "EPH_GPS.rtcm", &file);
+    ToolRun r = run_tool(tool_args(
+        "STA8100", "online",
+        {"-t", "rtcm", "-u", "2026-01-08-09:59:17", "-l", "31.5,N,121.25,W,10.9", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(rec.sta_cold_starts, 1u);
+    ASSERT_EQ(rec.sta_times.size(), 1u);
+    EXPECT_EQ(rec.sta_times[0], (SimStaTime{8, 1, 2026, 9, 59, 17}));
+    ASSERT_EQ(rec.sta_positions.size(), 1u);
+    // 31.5 degrees = 113400 arc-seconds; west is negative; the altitude is truncated.
+    EXPECT_EQ(rec.sta_positions[0], (SimStaPosition{113400, -436500, 10}));
+    EXPECT_EQ(rec.ephemeris_bytes, file);
+    std::string out = out_of(r);
+    EXPECT_NE(out.find("[SSS.mmm] Start cmd:D3 00 07 3E 71 00 00 00 00 F0 47 9E EE 00 00 00 00 00 "
+                       "00 \n[SSS.mmm][INFO] STA8100_SendStartWay ret: 0x0\n"),
+              std::string::npos)
+        << out;
+    EXPECT_NE(out.find("[SSS.mmm] Lat:113400, Lon:-436500, Alt:10\n"), std::string::npos);
+    EXPECT_NE(out.find("[SSS.mmm][PROGRESS] 100.00%,201,201\r\n"), std::string::npos);
+    EXPECT_NE(out.find("[SSS.mmm][INFO] STA8100_SendEphData ret: 0x0\n" + std::string(kSuccess)),
+              std::string::npos);
+    // The start way goes out as 20 bytes: the frame and seven zeros.
+    ASSERT_GE(rec.raw.size(), 20u);
+    EXPECT_EQ(std::vector<uint8_t>(rec.raw.begin() + 13, rec.raw.begin() + 20),
+              std::vector<uint8_t>(7, 0));
+}
+
+TEST_F(RtcmPlatformE2E, Sta8100NmeaDialectSendsSentencesAndTheLines) {
+    start_sim("sta8100", SimFaults());
+    PstmGenConfig cfg;
+    cfg.sats = 3;
+    std::string text = pstmgen_generate(cfg);
+    std::string path = dir() + "/eph.txt";
+    write_file(path, text);
+    ToolRun r = run_tool(tool_args(
+        "STA8100", "offline",
+        {"-t", "nmea", "-u", "2026-01-08-09:59:17", "-l", "31.5,N,121.25,E,10", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    ASSERT_GE(rec.sentences.size(), 3u);
+    EXPECT_EQ(rec.sentences[0], "$PSTMCOLD,15*36\r\n");
+    EXPECT_EQ(rec.sentences[1], nmea_sentence("$PSTMINITTIME,8,1,2026,9,59,17"));
+    EXPECT_EQ(rec.sentences[2],
+              nmea_sentence("$PSTMINITGPS,3130.000,N,12115.000,E,10.0,08,01,2026,09,59,17"));
+    std::string joined;
+    for (const std::string &l : rec.sta_ephemeris_lines) joined += l;
+    EXPECT_EQ(joined, text);
+    // Three zero bytes follow the start sentence.
+    EXPECT_EQ(std::vector<uint8_t>(rec.raw.begin() + 17, rec.raw.begin() + 20),
+              std::vector<uint8_t>(3, 0));
+}
+
+TEST_F(RtcmPlatformE2E, Sta8100PositionNeedsATimeAndTrailingBytesFail) {
+    start_sim("sta8100", SimFaults());
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 1;
+    cfg.tail_bytes = 2;
+    std::string path = rtcm(cfg, "EPH_GPS.rtcm", nullptr);
+    ToolRun r = run_tool(
+        tool_args("STA8100", "online", {"-t", "rtcm3", "-l", "31.5,N,121.25,E,10", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0x26);
+    EXPECT_TRUE(rec.sta_positions.empty());
+    EXPECT_NE(out_of(r).find("[SSS.mmm][ERROR] There is an issue with the ephemeris file.\n"),
+              std::string::npos);
+}
+
+TEST_F(RtcmPlatformE2E, Sta8100ReplyWithNeitherWordIsCheckedWithoutEnd) {
+    SimFaults f;
+    f.unknown_reply = true;
+    start_sim("sta8100", f);
+    PstmGenConfig cfg;
+    cfg.sats = 1;
+    std::string path = dir() + "/eph.txt";
+    write_file(path, pstmgen_generate(cfg));
+    std::thread stopper;
+    ToolRun r = run_tool(
+        tool_args("STA8100", "online", {"-t", "nmea", "-u", "2026-01-08-09:59:17", "-f", path}),
+        [&](int pid) {
+            stopper = std::thread([pid] {
+                sleep(3);
+                kill(pid, SIGTERM);
+            });
+        });
+    stopper.join();
+    finish();
+    EXPECT_EQ(r.status, 128 + SIGTERM);
+    std::string out = out_of(r);
+    const std::string line = "[SSS.mmm][INFO] Unknow $PSTMINITTIME response: $PSTMINITTIMEBUSY*";
+    size_t first = out.find(line);
+    ASSERT_NE(first, std::string::npos) << out;
+    EXPECT_NE(out.find(line, first + 1), std::string::npos);  // again and again
+    EXPECT_EQ(out.find("SUCCESS"), std::string::npos);
+}
+
+// ---- TQ934N -------------------------------------------------------------------------------
+
+TEST_F(RtcmPlatformE2E, Tq934nModeOneRunsAndARefusedTimeDoesNotStopIt) {
+    SimFaults f;
+    f.refuse_prefix = "$PVNKAIDTIME";
+    start_sim("tq934n", f);
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 3;
+    std::vector<uint8_t> file;
+    std::string path = rtcm(cfg, "eph.rtcm3", &file);
+    ToolRun r = run_tool(tool_args(
+        "TQ934N", "online",
+        {"-s", "NONE", "-u", "0,2026-01-08-09:59:17,18,5", "-l", "31.5,121.25,10,5", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(rec.ephemeris_bytes, file);
+    ASSERT_EQ(rec.tq_block_sizes.size(), 1u);
+    ASSERT_GE(rec.sentences.size(), 2u);
+    EXPECT_EQ(rec.sentences[0], nmea_sentence("$PVNKAIDTIME,1,18,2026,01,08,09,59,17,000,5,0"));
+    EXPECT_EQ(rec.sentences[1], nmea_sentence("$PVNKAIDPOS,1,31.500000,121.250000,10.00,5.000"));
+    std::string out = out_of(r);
+    EXPECT_NE(out.find("[SSS.mmm][INFO] TQ934N_SendAidTime ret: 0x0\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("[SSS.mmm][INFO] TQ934N_SendEphData ret: 0x0\n" + std::string(kSuccess)),
+              std::string::npos);
+}
+
+TEST_F(RtcmPlatformE2E, Tq934nModeTwoClearsFirstAndSendsTheTimeLast) {
+    start_sim("tq934n", SimFaults());
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.exact_size = 4000;
+    std::vector<uint8_t> file;
+    std::string path = rtcm(cfg, "eph.rtcm3", &file);
+    ToolRun r =
+        run_tool(tool_args("TQ934N", "online", {"-u", "0,2026-01-08-09:59:17,18,5", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(rec.tq_clears, 1u);
+    EXPECT_EQ(rec.ephemeris_bytes, file);
+    ASSERT_GE(rec.sentences.size(), 2u);
+    EXPECT_EQ(rec.sentences.front(), "$PVNKCLRADAT*4E\r\n");
+    EXPECT_EQ(rec.sentences.back(), nmea_sentence("$PVNKAIDTIME,1,18,2026,01,08,09,59,17,000,5,0"));
+    std::string out = out_of(r);
+    EXPECT_NE(out.find("[SSS.mmm] AGNSS_MODE :2"), std::string::npos);
+}
