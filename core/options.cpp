@@ -328,3 +328,80 @@ uint32_t vk_check_file_access(const char *path) {
     vk_log("[ERROR] Fail to access %s, errno: %d (%s)\n", path, err, strerror(err));
     return VK_ERR_FILE_ACCESS;
 }
+
+void vk_aid_time(const VkTimeAid *time, VkDateTime *out) {
+    *out = VkDateTime{};
+    if (time->type != 0) {
+        Vk_GetCurrentDateTime(out);
+        return;
+    }
+    sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &out->year, &out->month, &out->day, &out->hour,
+           &out->minute, &out->second);
+}
+
+bool vk_basic_option(int c, const char *value, VkBasicSettings *s) {
+    switch (c) {
+        case 'b':
+            s->baud = atoi(value);
+            vk_log("[INFO] Baud rate:%d\n", s->baud);
+            return true;
+        case 'f':
+            snprintf(s->file, sizeof s->file, "%.255s", value);
+            vk_log("[INFO] File: %s\n", s->file);
+            return true;
+        case 'm':
+            snprintf(s->module, sizeof s->module, "%.19s", value);
+            vk_log("[INFO] Module: %s\n", s->module);
+            return true;
+        case 'p':
+            snprintf(s->port, sizeof s->port, "%s", value);
+            vk_log("[INFO] Port: %s\n", s->port);
+            return true;
+        case 'q': s->query = 1; return true;
+        default: return false;
+    }
+}
+
+char *vk_next_field(char **cursor) {
+    const char *p = *cursor;
+    size_t len = 0;
+    const char *field = next_field(&p, &len);
+    if (field == nullptr) {
+        *cursor += strlen(*cursor);
+        return nullptr;
+    }
+    char *start = *cursor + (field - *cursor);
+    char *end = start + len;
+    *cursor = *end == ',' ? end + 1 : end;
+    *end = '\0';
+    return start;
+}
+
+uint32_t vk_comma_text(const char *text, const char *too_long, const char *log, int commas,
+                       char (&copy)[64]) {
+    if (strlen(text) > 63) {
+        vk_log(too_long, text);
+        return VK_ERR_PARAM;
+    }
+    vk_log(log, text);
+    const int count = int(count_commas(text));
+    if (count != commas) {
+        vk_log("[ERROR] Invalid location format, comma count: %d\n", count);
+        return VK_ERR_PARAM;
+    }
+    snprintf(copy, sizeof copy, "%s", text);
+    return VK_OK;
+}
+
+uint32_t vk_take_fields(char *copy, std::span<const char *const> missing, const char **fields) {
+    char *cursor = copy;
+    for (size_t i = 0; i < missing.size(); ++i) {
+        const char *rest = cursor;
+        fields[i] = vk_next_field(&cursor);
+        if (fields[i] == nullptr) {
+            vk_log(missing[i], rest);
+            return VK_ERR_PARAM;
+        }
+    }
+    return VK_OK;
+}

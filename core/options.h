@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 
+#include "core/log.h"
 #include "core/result.h"
 
 // -u: what the aiding steps need of the time string.
@@ -102,6 +103,37 @@ uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *
 int vk_parse_start_way(const char *text, const VkOptionRules *rules);
 uint32_t vk_parse_file_list(const char *text, const VkOptionRules *rules, VkOptions *out);
 uint32_t vk_parse_aidi(const char *text, VkAidInit *aidi);
+
+// The time an aiding step sends: type 0 the -u text (year-month-day-hour:
+// minute:second, 0 ms), any other type the computer's current UTC.
+void vk_aid_time(const VkTimeAid *time, VkDateTime *out);
+
+// What the backends with a grammar of their own (STA8100, TQ934N) read alike.
+struct VkBasicSettings {
+    char module[20];
+    char port[100];
+    int baud;
+    char file[256];
+    int query;
+};
+// Takes -b, -f, -m (19 characters kept), -p and -q with their log lines;
+// false for any other letter.
+bool vk_basic_option(int c, const char *value, VkBasicSettings *s);
+// The next comma field of a text split in place, empty fields skipped (the
+// field's comma becomes its end); null when none is left.
+char *vk_next_field(char **cursor);
+
+// What those grammars check first in a comma-separated text: at most 63
+// characters (too_long, "%s": the text), the text logged with log, exactly
+// commas commas (reported as the location's comma count, whatever the text),
+// and a copy to split into copy. 0, or 0x102 after the message.
+uint32_t vk_comma_text(const char *text, const char *too_long, const char *log, int commas,
+                       char (&copy)[64]);
+
+// Splits copy into missing.size() comma fields (empty ones skipped) into
+// fields; the first one missing logs its message (a "%s" in it shows the text
+// not yet split) and gives 0x102.
+uint32_t vk_take_fields(char *copy, std::span<const char *const> missing, const char **fields);
 
 // Port given, baud rate non-zero, start way valid, time type 0 or 1.
 bool vk_options_complete(const VkOptions *opts);

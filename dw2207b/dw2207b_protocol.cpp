@@ -46,13 +46,8 @@ uint32_t DW2207B_SendStartWay(SerialPort port, int start_way) {
 }
 
 uint32_t DW2207B_SendAidTime(SerialPort port, const VkTimeAid *time) {
-    VkDateTime t{};
-    if (time->type == 0) {
-        sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &t.year, &t.month, &t.day, &t.hour, &t.minute,
-               &t.second);
-    } else {
-        Vk_GetCurrentDateTime(&t);
-    }
+    VkDateTime t;
+    vk_aid_time(time, &t);
     char body[VK_SENTENCE_SIZE];
     snprintf(body, sizeof body, "%s,%d,%d,%d,%d,%d,%d,%d", "$AIDTIME", t.year, t.month, t.day,
              t.hour, t.minute, t.second, 0);

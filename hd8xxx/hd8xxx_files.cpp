@@ -10,14 +10,7 @@
 #include "toolkit/text.h"
 
 bool hd8xxx_size_and_name(const char *path, uint32_t *size, char *dir, char *name) {
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return false;
-    }
-    long n = vk_file_size(f);
-    fclose(f);
-    *size = uint32_t(n < 0 ? 0 : n);
+    if (!vk_path_size(path, size)) return false;
     Vk_SplitFilenameAndPath(path, dir, name);
     return true;
 }

@@ -58,7 +58,5 @@ VkSentence hd8xxx_aid_sentence(const char *log, const char *short_write, uint32_
 // Latitude, longitude, altitude, accuracy as numbers; false (after its
 // message) when latitude or longitude is exactly 0.
 bool hd8xxx_read_position(const VkPosAid *pos, double v[4]);
-// The time to send: the computer's UTC clock, or the option's text with 0 ms.
-void hd8xxx_aid_time_of(const VkTimeAid *time, VkDateTime *t);
 // The "$PVNKAIDTIME" body.
 void hd8xxx_time_body(char *body, size_t size, const VkTimeAid *time);

@@ -36,7 +36,6 @@ uint32_t HD8XXX_GetOfflineEphInfo(const char *path) {
     VkEphSummary s{};
     FILE *f = vk_open_summary_file(path, ".rtcm", &s.file_size);
     if (f == nullptr) return VK_ERR_COMMAND;
-    bool have_first = false;
     uint64_t consumed = 0;
     uint32_t result = VK_OK;
     while (consumed < s.file_size) {
@@ -78,15 +77,7 @@ uint32_t HD8XXX_GetOfflineEphInfo(const char *path) {
             case 1044: add_system(s.type, sizeof s.type, "QZS"); continue;
             default: vk_log("[ERROR] Unrecognized msg id: %02X\n", number); continue;
         }
-        if (!have_first) {
-            have_first = true;
-            s.start_week = start_week;
-            s.start_tow = tow;
-            s.start_time = time;
-        }
-        s.end_week = week;
-        s.end_tow = tow;
-        s.end_time = time + 7200;
+        vk_summary_time(s, start_week, week, tow, time);
     }
     fclose(f);
     if (result != VK_OK) return result;

@@ -172,17 +172,6 @@ uint32_t HD8XXX_SendStartWay(SerialPort port, int start_way, int binary) {
 
 // --- binary aiding ------------------------------------------------------------------------
 
-void hd8xxx_aid_time_of(const VkTimeAid *time, VkDateTime *t) {
-    *t = VkDateTime{};
-    if (time->type != 0) {
-        Vk_GetCurrentDateTime(t);
-    } else {
-        sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &t->year, &t->month, &t->day, &t->hour, &t->minute,
-               &t->second);
-        t->millisecond = 0;
-    }
-}
-
 uint32_t hd8xxx_time_frame(const VkDateTime &t, int leap, uint8_t out[28]) {
     uint8_t payload[20] = {0};
     payload[2] = uint8_t(leap);
@@ -207,7 +196,7 @@ uint32_t hd8xxx_pos_frame(const VkPosAid *pos, uint8_t out[25]) {
 
 uint32_t HD8XXX_SendAidTimeByBP(SerialPort port, const VkTimeAid *time) {
     VkDateTime t;
-    hd8xxx_aid_time_of(time, &t);
+    vk_aid_time(time, &t);
     uint8_t frame[28];
     uint32_t len = hd8xxx_time_frame(t, time->leap, frame);
     uint32_t result = hd8xxx_send_frame(port, "AID TIME cmd: ", frame, len, kHdAckMsg);
@@ -336,7 +325,7 @@ uint32_t HD8XXX_SendAidPosByNmea(SerialPort port, const VkPosAid *pos) {
 
 void hd8xxx_time_body(char *body, size_t size, const VkTimeAid *time) {
     VkDateTime t;
-    hd8xxx_aid_time_of(time, &t);
+    vk_aid_time(time, &t);
     snprintf(body, size, "%s,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d", "$PVNKAIDTIME", 1, time->leap,
              t.year, t.month, t.day, t.hour, t.minute, t.second, t.millisecond,
              atoi(time->accuracy), 0);

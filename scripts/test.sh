@@ -22,10 +22,10 @@ cmake --build build-asan -j"$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest -j8 --output-on-failure --timeout 300)
 
-echo "== fuzzing the file parsers, reply checks, option grammar, frame parser and HD8XXX file readers (clang libFuzzer)"
+echo "== fuzzing the file parsers, reply checks, option grammar, frame parser and the HD8XXX, STA8100 and TQ934N file readers (clang libFuzzer)"
 cmake -S . -B build-fuzz -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVK_FUZZ=ON -DVK_SANITIZE=ON -DVK_BUILD_TESTS=OFF >/dev/null
-fuzzers=(fuzz_reply_checks fuzz_options fuzz_epo_file fuzz_frame fuzz_hd8xxx_files)
+fuzzers=(fuzz_reply_checks fuzz_options fuzz_epo_file fuzz_frame fuzz_hd8xxx_files fuzz_rtcm_platforms)
 cmake --build build-fuzz -j"$jobs" --target "${fuzzers[@]}"
 for f in "${fuzzers[@]}"; do
   (cd build-fuzz && ./"$f" -max_total_time="${VK_FUZZ_SECONDS:-15}" -print_final_stats=1 2>"$f.log" ) \

@@ -9,78 +9,34 @@
 #include "core/log.h"
 #include "core/options.h"
 #include "sta8100/sta8100.h"
+#include "toolkit/session.h"
 
 namespace {
 
 struct StSettings {
-    char module[20];
-    char port[100];
-    int baud;
-    char file[256];
+    VkBasicSettings basic;
     int type;  // 0 none, 1 nmea, 2 rtcm
-    int query;
     StTime time;
     StPos pos;
 };
 
-// The next comma field (empty ones skipped), or null.
-const char *next_field(char **cursor) {
-    char *p = *cursor;
-    while (*p == ',') ++p;
-    if (*p == '\0') {
-        *cursor = p;
-        return nullptr;
-    }
-    char *start = p;
-    while (*p && *p != ',') ++p;
-    if (*p == ',') *p++ = '\0';
-    *cursor = p;
-    return start;
-}
-
 void copy17(char *dst, const char *src) { snprintf(dst, 18, "%.17s", src); }
 
 uint32_t parse_location(const char *text, StPos *pos) {
-    if (strlen(text) > 63) {
-        vk_log(" Location string too long: %s\n", text);
-        return VK_ERR_PARAM;
-    }
-    vk_log("[INFO] Ref position:%s\n", text);
     char copy[64];
-    snprintf(copy, sizeof copy, "%s", text);
-    int commas = 0;
-    for (const char *p = copy; *p; ++p) commas += *p == ',';
-    if (commas != 4) {
-        vk_log("[ERROR] Invalid location format, comma count: %d\n", commas);
-        return VK_ERR_PARAM;
-    }
-    char *cursor = copy;
-    const char *lat = next_field(&cursor);
-    if (lat == nullptr) {
-        vk_log("[ERROR] Invalid location, missing Lat field\n");
-        return VK_ERR_PARAM;
-    }
-    const char *lat_dir = next_field(&cursor);
-    if (lat_dir == nullptr) {
-        vk_log("[ERROR] Invalid location, missing Lat direction field\n");
-        return VK_ERR_PARAM;
-    }
-    const char *rest = cursor;
-    const char *lon = next_field(&cursor);
-    if (lon == nullptr) {
-        vk_log("[ERROR] Invalid location, missing Lon field: %s\n", rest);
-        return VK_ERR_PARAM;
-    }
-    const char *lon_dir = next_field(&cursor);
-    if (lon_dir == nullptr) {
-        vk_log("[ERROR] Invalid location, missing Lon direction field\n");
-        return VK_ERR_PARAM;
-    }
-    const char *alt = next_field(&cursor);
-    if (alt == nullptr) {
-        vk_log("[ERROR] Invalid location, missing Altitude field\n");
-        return VK_ERR_PARAM;
-    }
+    uint32_t r =
+        vk_comma_text(text, " Location string too long: %s\n", "[INFO] Ref position:%s\n", 4, copy);
+    if (r != VK_OK) return r;
+    static const char *const kMissing[5] = {
+        "[ERROR] Invalid location, missing Lat field\n",
+        "[ERROR] Invalid location, missing Lat direction field\n",
+        "[ERROR] Invalid location, missing Lon field: %s\n",
+        "[ERROR] Invalid location, missing Lon direction field\n",
+        "[ERROR] Invalid location, missing Altitude field\n"};
+    const char *f[5];
+    r = vk_take_fields(copy, kMissing, f);
+    if (r != VK_OK) return r;
+    const char *lat = f[0], *lat_dir = f[1], *lon = f[2], *lon_dir = f[3], *alt = f[4];
     copy17(pos->lat, lat);
     copy17(pos->lon, lon);
     copy17(pos->alt, alt);
@@ -113,25 +69,9 @@ uint32_t parse(int argc, char **argv, StSettings *s) {
     while ((c = vk_getopt(argc, argv, "m:o:p:b:f:b:s:u:l:t:R:T:q::")) != -1) {
         const char *v = vk_optarg;
         uint32_t ret = VK_OK;
+        if (vk_basic_option(c, v, &s->basic)) continue;
         switch (c) {
-            case 'b':
-                s->baud = atoi(v);
-                vk_log("[INFO] Baud rate:%d\n", s->baud);
-                break;
-            case 'f':
-                snprintf(s->file, sizeof s->file, "%.255s", v);
-                vk_log("[INFO] File: %s\n", s->file);
-                break;
             case 'l': ret = parse_location(v, &s->pos); break;
-            case 'm':
-                snprintf(s->module, sizeof s->module, "%.19s", v);
-                vk_log("[INFO] Module: %s\n", s->module);
-                break;
-            case 'p':
-                snprintf(s->port, sizeof s->port, "%s", v);
-                vk_log("[INFO] Port: %s\n", s->port);
-                break;
-            case 'q': s->query = 1; break;
             case 't':
                 if (strncmp(v, "rtcm", 4) == 0) {
                     s->type = STA8100_RTCM;
@@ -160,27 +100,24 @@ uint32_t STA8100_AgnssOnline(int argc, char **argv) {
     StSettings s;
     uint32_t result = parse(argc, argv, &s);
     if (result != VK_OK) return result;
-    result = vk_check_file_access(s.file);
+    result = vk_check_file_access(s.basic.file);
     if (result != VK_OK) return result;
     if (s.type == STA8100_RTCM) {
-        result = ST_GetRtcmEphInfo(s.file);
+        result = ST_GetRtcmEphInfo(s.basic.file);
     } else if (s.type == STA8100_NMEA) {
-        result = ST_GetNmeaEphInfo(s.file);
+        result = ST_GetNmeaEphInfo(s.basic.file);
     } else {
         vk_log("[ERROR] Need to specify ephemeris type, such as rtcm or nmea\n");
         return VK_ERR_PARAM;
     }
-    if (s.query) return result;
-    if (s.port[0] == '\0' || s.baud == 0 || s.type == 0) {
+    if (s.basic.query) return result;
+    if (s.basic.port[0] == '\0' || s.basic.baud == 0 || s.type == 0) {
         vk_print_usage(kUsage);
         return VK_ERR_PARAM;
     }
-    SerialPort port = serial_open(s.port, uint32_t(s.baud));
-    if (!serial_is_open(port)) {
-        vk_log("[ERROR] Fail to open %s\n", s.port);
-        fprintf(stderr, "vkagnss: %s\n", serial_last_error().what);
-        return VK_ERR_PORT_OPEN;
-    }
+    SerialPort port;
+    result = Vk_OpenPort(s.basic.port, s.basic.baud, "[ERROR] Fail to open %s\n", &port);
+    if (result != VK_OK) return result;
     const bool rtcm = s.type == STA8100_RTCM;
     result = STA8100_SendStartWay(port, s.type);
     vk_log("[INFO] STA8100_SendStartWay ret: 0x%x\n", result);
@@ -204,7 +141,8 @@ uint32_t STA8100_AgnssOnline(int argc, char **argv) {
         serial_close(port);
         return result;
     }
-    result = rtcm ? STA8100_SendEphDataByBP(port, s.file) : STA8100_SendEphData(port, s.file);
+    result = rtcm ? STA8100_SendEphDataByBP(port, s.basic.file)
+                  : STA8100_SendEphData(port, s.basic.file);
     vk_log("[INFO] STA8100_SendEphData ret: 0x%x\n", result);
     serial_close(port);
     return result;

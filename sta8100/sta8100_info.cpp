@@ -77,7 +77,6 @@ uint32_t ST_GetRtcmEphInfo(const char *path) {
     FILE *f = vk_open_summary_file(path, ".rtcm", &s.file_size);
     if (f == nullptr) return VK_ERR_COMMAND;
     uint64_t consumed = 0;
-    bool have_first = false;
     while (consumed < s.file_size) {
         uint8_t header[3] = {0};
         if (fread(header, 1, 3, f) != 3 || header[0] != 0xD3 || header[1] > 3) {
@@ -98,15 +97,7 @@ uint32_t ST_GetRtcmEphInfo(const char *path) {
                 const uint32_t week = uint32_t(gnss_getbitu(msg, 18, 10)) + 2048;
                 const uint32_t toe = (uint32_t(msg[36]) << 8 | msg[37]) * 16;
                 const int64_t time = gps_to_utc(week, int32_t(toe), 18);
-                if (!have_first) {
-                    have_first = true;
-                    s.start_week = week;
-                    s.start_tow = toe;
-                    s.start_time = time;
-                }
-                s.end_week = week;
-                s.end_tow = toe;
-                s.end_time = time + 7200;
+                vk_summary_time(s, week, week, toe, time);
                 break;
             }
             case 1046: append_once(s.type, sizeof s.type, "GAL"); break;

@@ -14,6 +14,7 @@
 #include "toolkit/gnss_time.h"
 #include "toolkit/line_reply.h"
 #include "toolkit/reply.h"
+#include "toolkit/summary.h"
 
 namespace {
 
@@ -274,15 +275,7 @@ namespace {
 
 // Opens the file for its size, waits half a second and announces the transfer.
 bool eph_total(const char *path, uint32_t *total) {
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return false;
-    }
-    fseek(f, 0, SEEK_END);
-    long size = ftell(f);
-    fclose(f);
-    *total = uint32_t(size < 0 ? 0 : size);
+    if (!vk_path_size(path, total)) return false;
     platform_sleep(500000);
     vk_log("[INFO] Enter send eph...\n");
     return true;

@@ -24,13 +24,16 @@ uint32_t Vk_OpenSession(const VkSessionRules &rules, int argc, char **argv, VkSe
     return vk_open_port(rules, s);
 }
 
+uint32_t Vk_OpenPort(const char *name, int baud, const char *open_failed, SerialPort *port) {
+    *port = serial_open(name, uint32_t(baud));
+    if (serial_is_open(*port)) return VK_OK;
+    vk_log(open_failed, name);
+    fprintf(stderr, "vkagnss: %s\n", serial_last_error().what);  // the reason, for the operator
+    return VK_ERR_PORT_OPEN;
+}
+
 uint32_t vk_open_port(const VkSessionRules &rules, VkSession *s) {
-    s->port = serial_open(s->opts.port, uint32_t(s->opts.baud));
-    if (!serial_is_open(s->port)) {
-        vk_log(rules.open_failed, s->opts.port);
-        fprintf(stderr, "vkagnss: %s\n", serial_last_error().what);  // the reason, for the operator
-        return VK_ERR_PORT_OPEN;
-    }
-    if (rules.opened) vk_log(rules.opened, long(s->port.handle));
-    return VK_OK;
+    uint32_t r = Vk_OpenPort(s->opts.port, s->opts.baud, rules.open_failed, &s->port);
+    if (r == VK_OK && rules.opened) vk_log(rules.opened, long(s->port.handle));
+    return r;
 }

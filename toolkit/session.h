@@ -24,6 +24,10 @@ struct VkSession {
 // Returns 0 with the port open, or the code the flow returns (nothing open).
 uint32_t Vk_OpenSession(const VkSessionRules &rules, int argc, char **argv, VkSession *s);
 
+// Opens name at baud; on failure logs open_failed ("%s": the name) and the
+// reason on standard error and returns 0x104.
+uint32_t Vk_OpenPort(const char *name, int baud, const char *open_failed, SerialPort *port);
+
 // The last step of the prologue alone, for flows that do more before it:
 // opens s->opts.port at its baud rate with the rules' messages. 0, or 0x104.
 uint32_t vk_open_port(const VkSessionRules &rules, VkSession *s);

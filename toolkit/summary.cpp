@@ -40,3 +40,28 @@ FILE *vk_open_summary_file(const char *path, const char *ext, uint32_t *size) {
     *size = uint32_t(n < 0 ? 0 : n);
     return f;
 }
+
+void vk_summary_time(VkEphSummary &s, uint32_t start_week, uint32_t week, uint32_t tow,
+                     int64_t time) {
+    if (!s.timed) {
+        s.timed = true;
+        s.start_week = start_week;
+        s.start_tow = tow;
+        s.start_time = time;
+    }
+    s.end_week = week;
+    s.end_tow = tow;
+    s.end_time = time + 7200;
+}
+
+bool vk_path_size(const char *path, uint32_t *size) {
+    FILE *f = fopen(path, "rb");
+    if (f == nullptr) {
+        perror("fopen");
+        return false;
+    }
+    long n = vk_file_size(f);
+    fclose(f);
+    *size = uint32_t(n < 0 ? 0 : n);
+    return true;
+}

@@ -8,76 +8,31 @@
 #include "core/getopt.h"
 #include "core/log.h"
 #include "core/options.h"
+#include "toolkit/session.h"
 #include "tq934n/tq934n.h"
 
 namespace {
 
 struct TqSettings {
-    char module[20];
-    char port[100];
-    int baud;
-    char file[256];
+    VkBasicSettings basic;
     int start_way;
-    int query;
     VkTimeAid time;
     VkPosAid pos;
 };
 
-// The next comma field (empty ones skipped), or null; cursor moves past it.
-const char *next_field(char **cursor) {
-    char *p = *cursor;
-    while (*p == ',') ++p;
-    if (*p == '\0') {
-        *cursor = p;
-        return nullptr;
-    }
-    char *start = p;
-    while (*p && *p != ',') ++p;
-    if (*p == ',') *p++ = '\0';
-    *cursor = p;
-    return start;
-}
-
-int commas_in(const char *text) {
-    int n = 0;
-    for (; *text; ++text) n += *text == ',';
-    return n;
-}
-
 uint32_t parse_location(const char *text, VkPosAid *pos) {
-    if (strlen(text) > 63) {
-        vk_log(" Location string too long: %s\n", text);
-        return VK_ERR_PARAM;
-    }
-    vk_log("[INFO] Ref position:%s\n", text);
-    if (commas_in(text) != 3) {
-        vk_log("[ERROR] Invalid location format, comma count: %d\n", commas_in(text));
-        return VK_ERR_PARAM;
-    }
     char copy[64];
-    snprintf(copy, sizeof copy, "%s", text);
-    char *cursor = copy;
-    const char *lat = next_field(&cursor);
-    if (lat == nullptr) {
-        vk_log("[ERROR] Invalid location, missing Lat field\n");
-        return VK_ERR_PARAM;
-    }
-    const char *rest = cursor;
-    const char *lon = next_field(&cursor);
-    if (lon == nullptr) {
-        vk_log("[ERROR] Invalid location, missing Lon field: %s\n", rest);
-        return VK_ERR_PARAM;
-    }
-    const char *alt = next_field(&cursor);
-    if (alt == nullptr) {
-        vk_log("[ERROR] Invalid location, missing Altitude field\n");
-        return VK_ERR_PARAM;
-    }
-    const char *acc = next_field(&cursor);
-    if (acc == nullptr) {
-        vk_log("[ERROR] Invalid location, missing PosAcc field\n");
-        return VK_ERR_PARAM;
-    }
+    uint32_t r =
+        vk_comma_text(text, " Location string too long: %s\n", "[INFO] Ref position:%s\n", 3, copy);
+    if (r != VK_OK) return r;
+    static const char *const kMissing[4] = {"[ERROR] Invalid location, missing Lat field\n",
+                                            "[ERROR] Invalid location, missing Lon field: %s\n",
+                                            "[ERROR] Invalid location, missing Altitude field\n",
+                                            "[ERROR] Invalid location, missing PosAcc field\n"};
+    const char *f[4];
+    r = vk_take_fields(copy, kMissing, f);
+    if (r != VK_OK) return r;
+    const char *lat = f[0], *lon = f[1], *alt = f[2], *acc = f[3];
     snprintf(pos->lat, sizeof pos->lat, "%.17s", lat);
     snprintf(pos->lon, sizeof pos->lon, "%.17s", lon);
     snprintf(pos->alt, sizeof pos->alt, "%.17s", alt);
@@ -90,30 +45,17 @@ uint32_t parse_location(const char *text, VkPosAid *pos) {
 
 // The time's messages name the location in places, as they always have.
 uint32_t parse_time(const char *text, VkTimeAid *time) {
-    if (strlen(text) > 63) {
-        vk_log(" Time string too long: %s\n", text);
-        return VK_ERR_PARAM;
-    }
-    vk_log("[INFO] time data:%s\n", text);
-    if (commas_in(text) != 3) {
-        vk_log("[ERROR] Invalid location format, comma count: %d\n", commas_in(text));
-        return VK_ERR_PARAM;
-    }
     char copy[64];
-    snprintf(copy, sizeof copy, "%s", text);
-    char *cursor = copy;
-    const char *missing[4] = {"[ERROR] Invalid time, missing Type field\n",
-                              "[ERROR] Invalid location, missing DateTime field\n",
-                              "[ERROR] Invalid location, missing LeapSec field\n",
-                              "[ERROR] Invalid location, missing Accuracy field\n"};
+    uint32_t r =
+        vk_comma_text(text, " Time string too long: %s\n", "[INFO] time data:%s\n", 3, copy);
+    if (r != VK_OK) return r;
+    static const char *const kMissing[4] = {"[ERROR] Invalid time, missing Type field\n",
+                                            "[ERROR] Invalid location, missing DateTime field\n",
+                                            "[ERROR] Invalid location, missing LeapSec field\n",
+                                            "[ERROR] Invalid location, missing Accuracy field\n"};
     const char *fields[4];
-    for (int i = 0; i < 4; ++i) {
-        fields[i] = next_field(&cursor);
-        if (fields[i] == nullptr) {
-            vk_log("%s", missing[i]);
-            return VK_ERR_PARAM;
-        }
-    }
+    r = vk_take_fields(copy, kMissing, fields);
+    if (r != VK_OK) return r;
     time->type = atoi(fields[0]);
     snprintf(time->utc, sizeof time->utc, "%.32s", fields[1]);
     time->leap = atoi(fields[2]);
@@ -132,25 +74,9 @@ uint32_t parse(int argc, char **argv, TqSettings *s) {
     while ((c = vk_getopt(argc, argv, "m:o:p:b:f:b:s:u:l:t:R:T:q::")) != -1) {
         const char *v = vk_optarg;
         uint32_t ret = VK_OK;
+        if (vk_basic_option(c, v, &s->basic)) continue;
         switch (c) {
-            case 'b':
-                s->baud = atoi(v);
-                vk_log("[INFO] Baud rate:%d\n", s->baud);
-                break;
-            case 'f':
-                snprintf(s->file, sizeof s->file, "%.255s", v);
-                vk_log("[INFO] File: %s\n", s->file);
-                break;
             case 'l': ret = parse_location(v, &s->pos); break;
-            case 'm':
-                snprintf(s->module, sizeof s->module, "%.19s", v);
-                vk_log("[INFO] Module: %s\n", s->module);
-                break;
-            case 'p':
-                snprintf(s->port, sizeof s->port, "%s", v);
-                vk_log("[INFO] Port: %s\n", s->port);
-                break;
-            case 'q': s->query = 1; break;
             case 's': s->start_way = vk_parse_start_way(v, &kStartWays); break;
             case 'u': ret = parse_time(v, &s->time); break;
             default: break;  // o, t, R, T belong elsewhere
@@ -172,23 +98,20 @@ uint32_t TQ934N_AgnssOnline(int argc, char **argv) {
     TqSettings s;
     uint32_t result = parse(argc, argv, &s);
     if (result != VK_OK) return result;
-    if (s.query) return VK_OK;
-    result = TQ934N_GetRtcmEphInfo(s.file);
-    vk_log("[INFO] Get RTCM EPH Info from %s\n", s.file);
+    if (s.basic.query) return VK_OK;
+    result = TQ934N_GetRtcmEphInfo(s.basic.file);
+    vk_log("[INFO] Get RTCM EPH Info from %s\n", s.basic.file);
     vk_log(" rtcm_start_pos: %d\n ", rtcm_start_pos);
     if (result != VK_OK) return result;
-    result = vk_check_file_access(s.file);
+    result = vk_check_file_access(s.basic.file);
     if (result != VK_OK) return result;
-    if (s.port[0] == '\0' || s.baud == 0 || s.start_way == -1) {
+    if (s.basic.port[0] == '\0' || s.basic.baud == 0 || s.start_way == -1) {
         vk_print_usage(kUsage);
         return VK_ERR_PARAM;
     }
-    SerialPort port = serial_open(s.port, uint32_t(s.baud));
-    if (!serial_is_open(port)) {
-        vk_log("[ERROR] Fail to open %s\n", s.port);
-        fprintf(stderr, "vkagnss: %s\n", serial_last_error().what);
-        return VK_ERR_PORT_OPEN;
-    }
+    SerialPort port;
+    result = Vk_OpenPort(s.basic.port, s.basic.baud, "[ERROR] Fail to open %s\n", &port);
+    if (result != VK_OK) return result;
     // The early 0xFFFFFFFF returns leave the port open, as they always have;
     // the process ends right after.
     const int mode = AGNSS_MODE;
@@ -216,7 +139,7 @@ uint32_t TQ934N_AgnssOnline(int argc, char **argv) {
         if (result != VK_OK) return VK_ERR_NO_BACKEND;
     }
     if (result == VK_OK || result == VK_ERR_COMMAND) {
-        result = TQ934N_SendEphDataByBP(port, s.file, mode);
+        result = TQ934N_SendEphDataByBP(port, s.basic.file, mode);
         vk_log("[INFO] TQ934N_SendEphData ret: 0x%x\n", result);
         if (result != VK_OK) return VK_ERR_NO_BACKEND;
     }

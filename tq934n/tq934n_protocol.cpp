@@ -80,14 +80,9 @@ uint32_t TQ934N_SendAidPosByNmea(SerialPort port, const VkPosAid *pos) {
 }
 
 uint32_t TQ934N_SendAidTimeByNmea(SerialPort port, const VkTimeAid *time) {
-    VkDateTime t{};
-    if (time->type == 0) {
-        sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &t.year, &t.month, &t.day, &t.hour, &t.minute,
-               &t.second);
-    } else {
-        Vk_GetCurrentDateTime(&t);
-    }
-    t.millisecond = 0;
+    VkDateTime t;
+    vk_aid_time(time, &t);
+    t.millisecond = 0;  // also when the clock gave some
     char body[VK_SENTENCE_SIZE];
     snprintf(body, sizeof body, "%s,%d,%d,%d,%02d,%02d,%02d,%02d,%02d,%03d,%s,%d", "$PVNKAIDTIME",
              1, time->leap, t.year, t.month, t.day, t.hour, t.minute, t.second, t.millisecond,

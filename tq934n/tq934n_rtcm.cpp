@@ -85,7 +85,6 @@ uint32_t TQ934N_GetRtcmEphInfo(const char *path) {
         fclose(f);
         return VK_OK;
     }
-    bool have_first = false;
     while (ftell(f) < long(s.file_size)) {
         uint8_t header[3];
         if (fread(header, 1, 3, f) < 3) break;
@@ -117,15 +116,7 @@ uint32_t TQ934N_GetRtcmEphInfo(const char *path) {
         const uint32_t week = uint32_t(gnss_getbitu(msg, 18, 10)) + 2048;
         const uint32_t toe = (uint32_t(msg[36]) << 8 | msg[37]) * 16;
         const int64_t time = gps_to_utc(week, int32_t(toe), 18);
-        if (!have_first) {
-            have_first = true;
-            s.start_week = week;
-            s.start_tow = toe;
-            s.start_time = time;
-        }
-        s.end_week = week;
-        s.end_tow = toe;
-        s.end_time = time + 7200;
+        vk_summary_time(s, week, week, toe, time);
     }
     fclose(f);
     s.valid_days = float(s.end_time - s.start_time) / 60.0f / 60.0f / 24.0f;
@@ -198,14 +189,8 @@ uint32_t TQ934N_SendEphDataByBP_Internal(SerialPort port, const char *path, uint
 }  // namespace
 
 uint32_t TQ934N_SendEphDataByBP(SerialPort port, const char *path, int mode) {
-    FILE *f = fopen(path, "rb");
-    if (f == nullptr) {
-        perror("fopen");
-        return TQ934N_ERR_EPH_OPEN;
-    }
-    fseek(f, 0, SEEK_END);
-    long size = ftell(f);
-    fclose(f);
+    uint32_t total = 0;
+    if (!vk_path_size(path, &total)) return TQ934N_ERR_EPH_OPEN;
     vk_log("[INFO] Enter send eph...\n");
-    return TQ934N_SendEphDataByBP_Internal(port, path, uint32_t(size < 0 ? 0 : size), mode);
+    return TQ934N_SendEphDataByBP_Internal(port, path, total, mode);
 }

@@ -184,3 +184,55 @@ TEST_F(RtcmPlatformE2E, Tq934nModeTwoClearsFirstAndSendsTheTimeLast) {
     std::string out = out_of(r);
     EXPECT_NE(out.find("[SSS.mmm] AGNSS_MODE :2"), std::string::npos);
 }
+
+// ---- the option grammars of the two entries ---------------------------------------------
+
+TEST(RtcmPlatformOptions, Sta8100LocationAndTypeErrors) {
+    ToolRun r = run_tool({"-m", "STA8100", "-o", "online", "-l", "31.5,N,,E,10,"});
+    EXPECT_EQ(r.status, 0x12);
+    EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Invalid location format, comma count: 5\n"),
+              std::string::npos);
+    r = run_tool({"-m", "STA8100", "-o", "online", "-l", "31.5,N,,,10"});
+    EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Invalid location, missing Lon direction field\n"),
+              std::string::npos)
+        << r.out;
+    r = run_tool({"-m", "STA8100", "-o", "online", "-l", ",,,,"});
+    EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Invalid location, missing Lat field\n"),
+              std::string::npos);
+    r = run_tool({"-m", "STA8100", "-o", "online", "-t", "ubx"});
+    EXPECT_EQ(r.status, 0x12);
+    EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Unknow firmware type: ubx\n"), std::string::npos);
+}
+
+TEST(RtcmPlatformOptions, Sta8100MissingTypeIsReportedAfterTheFileCheck) {
+    std::string dir = make_temp_dir();
+    ToolRun r = run_tool({"-m", "STA8100", "-o", "online", "-f", dir + "/none.rtcm"});
+    EXPECT_EQ(r.status, 0x13);
+    EXPECT_NE(mask(r.out).find("Fail to access"), std::string::npos);
+    write_file(dir + "/eph.rtcm", std::vector<uint8_t>());
+    r = run_tool({"-m", "STA8100", "-o", "online", "-f", dir + "/eph.rtcm"});
+    EXPECT_EQ(r.status, 0x12);
+    EXPECT_NE(
+        mask(r.out).find("[SSS.mmm][ERROR] Need to specify ephemeris type, such as rtcm or nmea\n"),
+        std::string::npos);
+    remove_tree(dir);
+}
+
+TEST(RtcmPlatformOptions, Tq934nTimeAndLocationWordings) {
+    ToolRun r = run_tool({"-m", "TQ934N", "-o", "online", "-u", "0,2026-01-08-09:59:17,18"});
+    EXPECT_EQ(r.status, 0x12);
+    // The time's comma count is reported with the location's words.
+    EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Invalid location format, comma count: 2\n"),
+              std::string::npos);
+    r = run_tool({"-m", "TQ934N", "-o", "online", "-u", "0,,18,5,"});
+    EXPECT_NE(mask(r.out).find("comma count: 4\n"), std::string::npos);
+    r = run_tool({"-m", "TQ934N", "-o", "online", "-u", "0,2026-01-08,,5"});
+    EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Invalid location, missing Accuracy field\n"),
+              std::string::npos)
+        << r.out;
+    r = run_tool({"-m", "TQ934N", "-o", "online", "-l", "31.5,,,5"});
+    EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Invalid location, missing Altitude field\n"),
+              std::string::npos);
+    r = run_tool({"-m", "TQ934N", "-o", "online", "-l", "31.5,121.2,10,5", "-q"});
+    EXPECT_EQ(r.status, 0);  // -q returns at once, before the file is looked at
+}
