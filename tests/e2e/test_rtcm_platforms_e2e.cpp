@@ -10,11 +10,13 @@
 #include <thread>
 #include <vector>
 
+#include "serial/serial.h"
 #include "sim/sim.h"
 #include "tests/support/harness.h"
 #include "tests/support/sim_fixture.h"
 #include "tools/pstm_gen.h"
 #include "tools/rtcm_gen.h"
+#include "tq934n/tq934n.h"
 
 namespace {
 
@@ -235,4 +237,89 @@ TEST(RtcmPlatformOptions, Tq934nTimeAndLocationWordings) {
               std::string::npos);
     r = run_tool({"-m", "TQ934N", "-o", "online", "-l", "31.5,121.2,10,5", "-q"});
     EXPECT_EQ(r.status, 0);  // -q returns at once, before the file is looked at
+}
+
+// ---- more of the two platforms' edges ----------------------------------------------------
+
+TEST_F(RtcmPlatformE2E, Sta8100AckWithAWrongLastByteIsTakenAndNoAckStillGivesZero) {
+    SimFaults f;
+    f.ack_bad_crc = true;
+    start_sim("sta8100", f);
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 1;
+    std::string path = rtcm(cfg, "EPH_GPS.rtcm", nullptr);
+    ToolRun r = run_tool(
+        tool_args("STA8100", "online", {"-t", "rtcm", "-u", "2026-01-08-09:59:17", "-f", path}));
+    finish();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(out_of(r).find("[SSS.mmm] recv ACK-ACK ok\n[SSS.mmm][INFO] STA8100_SendAidTime ret: "
+                             "0x0\n"),
+              std::string::npos)
+        << out_of(r);
+}
+
+TEST_F(RtcmPlatformE2E, Sta8100SilentReceiverStillGivesZeroForTheBinaryAids) {
+    SimFaults f;
+    f.silent = true;
+    start_sim("sta8100", f);
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 1;
+    std::string path = rtcm(cfg, "EPH_GPS.rtcm", nullptr);
+    ToolRun r = run_tool(tool_args(
+        "STA8100", "online",
+        {"-t", "rtcm", "-u", "2026-01-08-09:59:17", "-l", "31.5,N,121.25,E,10", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    std::string out = out_of(r);
+    EXPECT_NE(out.find("[SSS.mmm][ERROR] Without response.\n"
+                       "[SSS.mmm][ERROR] recv ACK-ACK failed,err:0x107\n"
+                       "[SSS.mmm][INFO] STA8100_SendAidTime ret: 0x0\n"),
+              std::string::npos)
+        << out;
+    EXPECT_NE(out.find("[SSS.mmm][INFO] STA8100_SendAidPos ret: 0x0\n"), std::string::npos);
+    EXPECT_EQ(rec.sta_positions.size(), 1u);
+}
+
+TEST_F(RtcmPlatformE2E, Tq934nMissingAcknowledgementDoesNotStopTheTransfer) {
+    SimFaults f;
+    f.silent = true;
+    start_sim("tq934n", f);
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 2;
+    cfg.time_frame = true;
+    std::vector<uint8_t> file;
+    std::string path = rtcm(cfg, "eph.rtcm3", &file);
+    ToolRun r = run_tool(tool_args("TQ934N", "online", {"-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(rec.ephemeris_bytes, file);  // the leading time frame goes with the file
+    std::string out = out_of(r);
+    // The time frame's 20 bytes come ahead of the first RTCM frame.
+    EXPECT_NE(out.find("[SSS.mmm] Found RTCM message at position: 20\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("[SSS.mmm] rtcm_start_pos: 20\n "), std::string::npos);
+    EXPECT_NE(out.find("[SSS.mmm][PROGRESS] 100.00%\r\n"), std::string::npos);
+}
+
+TEST_F(RtcmPlatformE2E, Tq934nBinaryTimeFrameIsAnsweredAndDecoded) {
+    start_sim("tq934n", SimFaults());
+    SerialPort port = serial_open(port_.c_str(), 115200);
+    ASSERT_TRUE(serial_is_open(port));
+    VkTimeAid t{};
+    t.enable = 1;
+    snprintf(t.utc, sizeof t.utc, "2026-01-08-09:59:17:250");
+    t.leap = 18;
+    rtcm_start_pos = -1;
+    AGNSS_MODE = 1;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(TQ934N_SendAidTimeByBP(port, &t), 0u);
+    std::string out = mask(testing::internal::GetCapturedStdout());
+    serial_close(port);
+    SimRecord rec = finish();
+    EXPECT_NE(out.find("[SSS.mmm] ACK OK - Type 1\n"), std::string::npos) << out;
+    ASSERT_EQ(rec.tq_times.size(), 1u);
+    // 2026-01-08 09:59:17 UTC is GPS week 2400, 381575 s into it with 18 leap seconds.
+    EXPECT_EQ(rec.tq_times[0], (SimTqTime{2400, 381575, 18}));
 }
