@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -322,4 +323,81 @@ TEST_F(RtcmPlatformE2E, Tq934nBinaryTimeFrameIsAnsweredAndDecoded) {
     ASSERT_EQ(rec.tq_times.size(), 1u);
     // 2026-01-08 09:59:17 UTC is GPS week 2400, 381575 s into it with 18 leap seconds.
     EXPECT_EQ(rec.tq_times[0], (SimTqTime{2400, 381575, 18}));
+}
+
+TEST_F(RtcmPlatformE2E, Sta8100ZeroAloneTakesTheClockDoubleZeroIsADate) {
+    start_sim("sta8100", SimFaults());
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 1;
+    std::string path = rtcm(cfg, "EPH_GPS.rtcm", nullptr);
+    ToolRun clock = run_tool(tool_args("STA8100", "online", {"-t", "rtcm", "-u", "0", "-f", path}));
+    ToolRun text = run_tool(tool_args("STA8100", "online", {"-t", "rtcm", "-u", "00", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(clock.status, 0);
+    EXPECT_EQ(text.status, 0);
+    ASSERT_EQ(rec.sta_times.size(), 2u);
+    time_t now = time(nullptr);
+    struct tm utc;
+    gmtime_r(&now, &utc);
+    EXPECT_EQ(rec.sta_times[0].year, utc.tm_year + 1900);
+    // "00" is no date: nothing is scanned from it.
+    EXPECT_EQ(rec.sta_times[1].year, 0);
+    EXPECT_EQ(rec.sta_times[1].month, 0);
+}
+
+TEST_F(RtcmPlatformE2E, Tq934nStartWayNoneStillWritesABareTrailer) {
+    start_sim("tq934n", SimFaults());
+    SerialPort port = serial_open(port_.c_str(), 115200);
+    ASSERT_TRUE(serial_is_open(port));
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(TQ934N_SendStartWay(port, 0), 0u);
+    EXPECT_EQ(TQ934N_SendStartWay(port, 5), 0x107u);
+    std::string out = mask(testing::internal::GetCapturedStdout());
+    serial_close(port);
+    SimRecord rec = finish();
+    EXPECT_EQ(out, "[SSS.mmm] no start way\n[SSS.mmm][INFO] send cmd:*00\r\n ");
+    EXPECT_EQ(std::string(rec.raw.begin(), rec.raw.end()), "*00\r\n");
+}
+
+TEST_F(RtcmPlatformE2E, RealRecordingsGoThroughBothTransfers) {
+    std::vector<uint8_t> igs = read_file(VK_REAL_DATA_DIR "/rtcm/igs-stream-2016-04-06-eph.rtcm3");
+    if (igs.empty()) GTEST_SKIP() << "the real recordings are not here";
+    start_sim("sta8100", SimFaults());
+    const std::string st = dir() + "/igs.rtcm";
+    write_file(st, igs);
+    ToolRun r = run_tool(tool_args("STA8100", "online", {"-t", "rtcm", "-f", st}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(rec.ephemeris_bytes, igs);
+    sim_free(sim_);
+    sim_ = nullptr;
+    // TQ934N: 5578 bytes is mode 2 (clear, 3 s, two blocks 1 s apart, 10 s).
+    start_sim("tq934n", SimFaults());
+    const std::string tq = dir() + "/igs.rtcm3";
+    write_file(tq, igs);
+    ToolRun t = run_tool(tool_args("TQ934N", "online", {"-f", tq}));
+    SimRecord trec = finish();
+    EXPECT_EQ(t.status, 0);
+    EXPECT_EQ(trec.tq_clears, 1u);
+    EXPECT_EQ(trec.ephemeris_bytes, igs);
+    EXPECT_EQ(trec.tq_block_sizes, (std::vector<uint32_t>{4096, uint32_t(igs.size() - 4096)}));
+}
+
+TEST_F(RtcmPlatformE2E, Sta8100MisSizesAFrameLongerThan255Bytes) {
+    start_sim("sta8100", SimFaults());
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 2;
+    cfg.long_frame = true;  // a 269-byte frame between the two ephemeris frames
+    cfg.long_frame_at = 1;
+    std::vector<uint8_t> file;
+    std::string path = rtcm(cfg, "EPH_GPS.rtcm", &file);
+    ToolRun r = run_tool(tool_args("STA8100", "online", {"-t", "rtcm", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0x26);
+    // Its length is read as 1 x 4 + 7: the check value found is not the frame's.
+    EXPECT_NE(out_of(r).find("[SSS.mmm][ERROR] EPH file crc failed.\n"), std::string::npos)
+        << out_of(r);
+    EXPECT_EQ(rec.ephemeris_bytes, std::vector<uint8_t>(file.begin(), file.begin() + 67));
 }
