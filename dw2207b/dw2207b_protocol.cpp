@@ -58,9 +58,9 @@ uint32_t DW2207B_SendAidTime(SerialPort port, const VkTimeAid *time) {
 
 uint32_t DW2207B_SendAidPos(SerialPort port, const VkPosAid *pos) {
     // The module takes decimal degrees scaled by 100, not degree-minutes.
-    double lat = atof(pos->lat) * 100;
-    double lon = atof(pos->lon) * 100;
-    double alt = atof(pos->alt);
+    double lat = strtod(pos->lat, nullptr) * 100;
+    double lon = strtod(pos->lon, nullptr) * 100;
+    double alt = strtod(pos->alt, nullptr);
     if (lat == 0 || lon == 0) {
         vk_log("[ERROR] lat[%0.6f] or lon[%0.6f] is none,no send pos\n", lat, lon);
         return VK_ERR_PARAM;

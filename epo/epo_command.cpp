@@ -71,7 +71,8 @@ uint32_t epo_send_time(const EpoDialect *d, SerialPort port, const VkTimeAid *ti
 }
 
 uint32_t epo_send_pos(const EpoDialect *d, SerialPort port, const VkPosAid *pos) {
-    double lat = atof(pos->lat), lon = atof(pos->lon), alt = atof(pos->alt);
+    double lat = strtod(pos->lat, nullptr), lon = strtod(pos->lon, nullptr),
+           alt = strtod(pos->alt, nullptr);
     if (lat == 0.0 || lon == 0.0) {
         vk_log("[ERROR] lat[%0.6f] or lon[%0.6f] is none,no send pos\n", lat, lon);
         return VK_ERR_PARAM;

@@ -676,3 +676,14 @@ TEST_F(Dw2207bE2E, ChattyHealthyReceiverIsUnderstood) {
                                         nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
     EXPECT_EQ(r.status, 0);
 }
+
+// Text becomes a number the same way on every OS: "nan" is not taken as 0,
+// so the position goes out (as the C library's strtod reads it everywhere).
+TEST_F(Dw2207bE2E, NotANumberIsReadAsSuchAndSent) {
+    start();
+    ToolRun r = run_tool(args({"-lnan,121.25,10,5"}));
+    SimRecord rec = finish();
+    EXPECT_EQ(r.status, 0);
+    ASSERT_EQ(rec.sentences.size(), 1u);
+    EXPECT_EQ(rec.sentences[0], nmea("$AIDPOS,nan,N,12125.000000,E,10.0"));
+}
