@@ -11,22 +11,9 @@
 #include <vector>
 
 #include "sim/sim.h"
+#include "bench/bench_util.h"
 #include "tests/support/harness.h"
 #include "tools/rtcm_gen.h"
-
-namespace {
-
-// Milliseconds of the stamp of the first line holding text, or -1.
-long stamp_of(const std::string &out, const std::string &text) {
-    size_t at = out.find(text);
-    if (at == std::string::npos) return -1;
-    size_t open = out.rfind('[', out.rfind("][", at));
-    unsigned s = 0, ms = 0;
-    if (open == std::string::npos || sscanf(out.c_str() + open, "[%u.%u]", &s, &ms) != 2) return -1;
-    return long(s) * 1000 + long(ms);
-}
-
-}  // namespace
 
 int main(int argc, char **argv) {
     int runs = argc > 1 ? atoi(argv[1]) : 3;
@@ -68,8 +55,8 @@ int main(int argc, char **argv) {
             // count from the tool's start, a moment after the spawn).
             long received = long((sim_last_input_end_us(sim) - spawned_us) / 1000);
             sim_free(sim);
-            long begin = stamp_of(r.out, "[PROGRESS] 0.00%");
-            long end = stamp_of(r.out, "Send EphData ret: 0x0");
+            long begin = first_stamp(r.out, "[PROGRESS] 0.00%");
+            long end = first_stamp(r.out, "Send EphData ret: 0x0");
             if (r.status != 0 || begin < 0 || end < 0 || rec.frames.size() != stats.frames) {
                 fprintf(stderr, "run failed (status %d, %zu frames received)\n%s", r.status,
                         rec.frames.size(), r.out.c_str());

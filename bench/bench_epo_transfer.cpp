@@ -11,20 +11,11 @@
 #include <vector>
 
 #include "sim/sim.h"
+#include "bench/bench_util.h"
 #include "tests/support/harness.h"
 #include "tools/epo_gen.h"
 
 namespace {
-
-long stamp_of(const std::string &out, const std::string &text) {
-    size_t at = out.find(text);
-    if (at == std::string::npos) return -1;
-    size_t open = out.rfind("\n[", at);
-    open = open == std::string::npos ? 0 : open + 1;
-    unsigned s = 0, ms = 0;
-    if (sscanf(out.c_str() + open, "[%u.%u]", &s, &ms) != 2) return -1;
-    return long(s) * 1000 + long(ms);
-}
 
 struct Case {
     const char *label;
@@ -66,8 +57,8 @@ int main(int argc, char **argv) {
                 sim_stop(sim);
                 SimRecord rec = sim_record(sim);
                 sim_free(sim);
-                long begin = stamp_of(r.out, "Sending " + name + " to module");
-                long end = stamp_of(r.out, "send " + name + " OK");
+                long begin = first_stamp(r.out, "Sending " + name + " to module");
+                long end = first_stamp(r.out, "send " + name + " OK");
                 size_t records = rec.epo_records.size();
                 if (r.status != 0 || begin < 0 || end < 0 || records == 0) {
                     fprintf(stderr, "run failed (status %d)\n%s", r.status, r.out.c_str());

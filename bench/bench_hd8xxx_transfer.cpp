@@ -38,6 +38,7 @@
 #include <unistd.h>
 
 #include "sim/sim.h"
+#include "bench/bench_util.h"
 #include "tests/support/harness.h"
 #include "tools/hdb_gen.h"
 #include "tools/rtcm_gen.h"
@@ -50,41 +51,8 @@ constexpr double kFirstCallMs = 100.0;    // the receiver's delay before its fir
 constexpr double kFramePauseMs = 5.0;     // the tool's pause after every online frame
 constexpr size_t kHdAckBytes = 10;        // F1 D9 05 01 02 00 <class> <id> ckA ckB
 
-double wire_ms(double bytes) { return bytes * 10.0 * 1000.0 / kBaud; }
-
-int64_t now_us() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-// Milliseconds of the stamp of the line holding the first (or the last)
-// occurrence of text, or -1.
-long stamp_at(const std::string &out, size_t at) {
-    if (at == std::string::npos) return -1;
-    size_t open = out.rfind("\n[", at);
-    open = open == std::string::npos ? 0 : open + 1;
-    unsigned s = 0, ms = 0;
-    if (sscanf(out.c_str() + open, "[%u.%u]", &s, &ms) != 2) return -1;
-    return long(s) * 1000 + long(ms);
-}
-long first_stamp(const std::string &out, const std::string &text) {
-    return stamp_at(out, out.find(text));
-}
-long last_stamp(const std::string &out, const std::string &text) {
-    return stamp_at(out, out.rfind(text));
-}
-
-double median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    size_t n = v.size();
-    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2.0;
-}
-
-void keep_log(const char *dir, const char *what, int run, const std::string &out) {
-    if (dir == nullptr) return;
-    write_file(std::string(dir) + "/" + what + "-" + std::to_string(run) + ".txt", out);
-}
+// At the benches' line rate.
+double line_ms(double bytes) { return wire_ms(bytes, kBaud); }
 
 Sim *paced_receiver() {
     SimConfig sc;
@@ -118,7 +86,7 @@ struct OfflineCase {
 // A packet of `bytes` and the receiver's answer of `answer` bytes, on a line
 // where the pause after the write overlaps the packet's way to the receiver.
 double overlapped(double bytes, double answer) {
-    double wire = wire_ms(bytes + answer);
+    double wire = line_ms(bytes + answer);
     return wire > kPacketPauseMs ? wire : kPacketPauseMs;
 }
 
@@ -146,7 +114,7 @@ bool prepare_offline(const std::string &dir, OfflineCase *c) {
         // Its acknowledgement and the first 'C'; ACK 'C' for the header, an
         // ACK per data packet, ACK 'C' for the EOT, ACK for the end packet.
         c->received += kHdAckBytes + 1 + 2 + data_packets + 2 + 1;
-        c->line_floor_ms += wire_ms(8 + kHdAckBytes) + kFirstCallMs + wire_ms(1) +
+        c->line_floor_ms += line_ms(8 + kHdAckBytes) + kFirstCallMs + line_ms(1) +
                             overlapped(133, 2) + data_packets * overlapped(1029, 1) +
                             overlapped(1, 2) + overlapped(133, 1);
     }
@@ -185,7 +153,7 @@ bool run_offline(const OfflineCase &c, int run, const char *log_dir, Figures *fi
     }
     fig->took_ms = double(exited - spawned) / 1000.0;
     fig->floor_ms =
-        c.packets * kPacketPauseMs + wire_ms(double(c.sent + c.received)) + 2 * kFirstCallMs;
+        c.packets * kPacketPauseMs + line_ms(double(c.sent + c.received)) + 2 * kFirstCallMs;
     fig->line_floor = c.line_floor_ms;
 
     // Where the time goes, from the tool's stamps: before the first
@@ -268,7 +236,7 @@ bool receiver_excess(const OnlineCase &c, double *per_frame) {
         }
         int64_t acked = now_us();
         ok = ok && ack[0] == 0xF1 && ack[1] == 0xD9 && ack[2] == 0x05 && ack[3] == 0x01;
-        excess_ms += double(acked - start) / 1000.0 - wire_ms(double(len + kHdAckBytes));
+        excess_ms += double(acked - start) / 1000.0 - line_ms(double(len + kHdAckBytes));
         std::this_thread::sleep_for(std::chrono::microseconds(int64_t(kFramePauseMs * 1000)));
     }
     if (fd >= 0) close(fd);
@@ -309,7 +277,7 @@ bool run_online(const OnlineCase &c, int run, const char *log_dir, Figures *fig)
     // From the first progress line (just before the first frame goes out) to
     // the last (just after the last acknowledgement): every frame, every
     // acknowledgement, and a pause after each frame but the last.
-    double wire = wire_ms(double(c.bytes.size() + c.frames * kHdAckBytes));
+    double wire = line_ms(double(c.bytes.size() + c.frames * kHdAckBytes));
     double pauses = (c.frames - 1) * kFramePauseMs;
     fig->took_ms = double(end - begin);
     fig->floor_ms = wire + pauses;

@@ -46,6 +46,7 @@
 
 #include "core/log.h"
 #include "sim/sim.h"
+#include "bench/bench_util.h"
 #include "tests/support/harness.h"
 #include "tools/rtcm_gen.h"
 
@@ -60,40 +61,8 @@ constexpr uint32_t kTqModeOneMax = 3999;  // larger files go in mode 2
 constexpr double kStaTarget = 0.05;       // within 5 % of the floor
 constexpr double kTqTargetMs = 2.0;       // per acknowledged block
 
-double wire_ms(double bytes) { return bytes * 10.0 * 1000.0 / kBaud; }
-
-int64_t now_us() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-// Milliseconds of the stamp of the line holding the given occurrence of text, or -1.
-long stamp_at(const std::string &out, size_t at) {
-    if (at == std::string::npos) return -1;
-    size_t open = out.rfind("\n[", at);
-    open = open == std::string::npos ? 0 : open + 1;
-    unsigned s = 0, ms = 0;
-    if (sscanf(out.c_str() + open, "[%u.%u]", &s, &ms) != 2) return -1;
-    return long(s) * 1000 + long(ms);
-}
-long first_stamp(const std::string &out, const std::string &text) {
-    return stamp_at(out, out.find(text));
-}
-long last_stamp(const std::string &out, const std::string &text) {
-    return stamp_at(out, out.rfind(text));
-}
-
-double median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    size_t n = v.size();
-    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2.0;
-}
-
-void keep_log(const char *dir, const std::string &what, int run, const std::string &out) {
-    if (dir == nullptr) return;
-    write_file(std::string(dir) + "/" + what + "-" + std::to_string(run) + ".txt", out);
-}
+// At the benches' line rate.
+double line_ms(double bytes) { return wire_ms(bytes, kBaud); }
 
 Sim *paced_receiver(const char *platform) {
     SimConfig sc;
@@ -154,8 +123,8 @@ bool prepare_sta(const std::string &dir, Case *c) {
         // The sender sizes a frame by "x 4": only frames under 256 bytes go right.
         if (len > 255 + RTCM_FRAME_OVERHEAD) return false;
         c->units.push_back(len);
-        c->floor_ms += std::max(wire_ms(double(len)), kStaPauseMs);
-        longest = std::max(longest, wire_ms(double(len)));
+        c->floor_ms += std::max(line_ms(double(len)), kStaPauseMs);
+        longest = std::max(longest, line_ms(double(len)));
     }
     printf(
         "STA8100: %s, %zu bytes, %zu frames (%u epochs of G, C, J, E); longest frame %.2f ms on "
@@ -253,7 +222,7 @@ bool prepare_tq(const std::string &dir, const char *name, const char *file, cons
     for (size_t at = 0; at < size; at += kTqBlock)
         c->units.push_back(std::min(kTqBlock, size - at));
     bool mode2 = size > kTqModeOneMax;
-    for (size_t len : c->units) c->floor_ms += wire_ms(double(len + kTqAckBytes));
+    for (size_t len : c->units) c->floor_ms += line_ms(double(len + kTqAckBytes));
     if (mode2) c->floor_ms += double(c->units.size() - 1) * kTqPauseMs;
     printf(
         "%s: %s, %zu bytes of %s frames, mode %d, %zu block(s); floor %.1f ms (wire of blocks "
@@ -295,7 +264,7 @@ bool tq_alone(const Case &c, double *per_block) {
         }
         int64_t acked = now_us();
         ok = ok && ack[0] == 'B' && ack[1] == 'K' && ack[4] == 0x3C && ack[5] == 0x01;
-        excess_ms += double(acked - start) / 1000.0 - wire_ms(double(len + kTqAckBytes));
+        excess_ms += double(acked - start) / 1000.0 - line_ms(double(len + kTqAckBytes));
     }
     if (fd >= 0) close(fd);
     sim_stop(sim);

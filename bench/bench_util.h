@@ -1,0 +1,51 @@
+// What the benches share: wire time at a baud rate, a steady clock, the
+// millisecond stamps of the tool's console lines, the median of a few runs,
+// and keeping a run's console output for a later look.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tests/support/harness.h"
+
+// Milliseconds the given bytes take on the line (10 bits each).
+inline double wire_ms(double bytes, uint32_t baud) { return bytes * 10.0 * 1000.0 / baud; }
+
+inline int64_t now_us() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// Milliseconds of the stamp of the line holding position at, or -1.
+inline long stamp_at(const std::string &out, size_t at) {
+    if (at == std::string::npos) return -1;
+    size_t open = out.rfind("\n[", at);
+    open = open == std::string::npos ? 0 : open + 1;
+    unsigned s = 0, ms = 0;
+    if (sscanf(out.c_str() + open, "[%u.%u]", &s, &ms) != 2) return -1;
+    return long(s) * 1000 + long(ms);
+}
+// The stamp of the first / last line holding text, or -1.
+inline long first_stamp(const std::string &out, const std::string &text) {
+    return stamp_at(out, out.find(text));
+}
+inline long last_stamp(const std::string &out, const std::string &text) {
+    return stamp_at(out, out.rfind(text));
+}
+
+inline double median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    size_t n = v.size();
+    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2.0;
+}
+
+// Writes a run's console output to dir/<what>-<run>.txt when dir is given.
+inline void keep_log(const char *dir, const std::string &what, int run, const std::string &out) {
+    if (dir == nullptr) return;
+    write_file(std::string(dir) + "/" + what + "-" + std::to_string(run) + ".txt", out);
+}
