@@ -6,6 +6,7 @@
 #include <string>
 
 #include "core/log.h"
+#include "core/number.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ uint32_t AG33XX_CheckNmeaCmdRsp(const char *buf, uint32_t len, const char *addre
     size_t c2 = body.find(',', c1 + 1);
     std::string number =
         body.substr(c1 + 1, c2 == std::string::npos ? std::string::npos : c2 - c1 - 1);
-    int result = c2 == std::string::npos ? 0 : atoi(body.c_str() + c2 + 1);
+    int result = c2 == std::string::npos ? 0 : vk_atoi(body.c_str() + c2 + 1);
     if (strncmp(number.c_str(), id, number.size()) == 0 && result == 0) return 0;
     vk_log("[ERROR] check_id: %s,check_ret:%d\n", number.c_str(), result);
     return EPO_ERR_ACK;
@@ -117,7 +118,7 @@ const EpoDialect AG33XX_Dialect = {
                         .start_ways = kStartWays,
                         .pos_enable_format = kPosEnable,
                         .file_list = true},
-            .usage = "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o online",
+            .usage = "./vk_agnss -m AG33XX -fEPO_GPS_3_1.DAT -p COM3 -b 115200 -o online",
         },
     .offline =
         {
@@ -127,7 +128,7 @@ const EpoDialect AG33XX_Dialect = {
                         .pos_enable_format = kPosEnable,
                         .clear_message = "[INFO] Need to clear eph in flash\n",
                         .file_list = true},
-            .usage = "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline",
+            .usage = "./vk_agnss -m AG33XX -fEPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline",
             .open_failed = "[ERROR] Fail to open uart %s\n",
         },
 };

@@ -1,8 +1,11 @@
-# Cross-compiles the tool for 64-bit Windows with Debian's mingw-w64.
+# Cross-compiles the tool for 64-bit Windows with Debian's mingw-w64. The
+# -posix compilers are named, not the alternatives' default (-win32), so the
+# build does not depend on how the machine's alternatives are set; they are the
+# same compilers as MSYS2's mingw-w64 toolchain on Windows.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
-set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc)
-set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++)
+set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
+set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
 set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

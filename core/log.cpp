@@ -1,5 +1,7 @@
 #include "core/log.h"
 
+#include "core/interrupt.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -7,6 +9,7 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
+#include <poll.h>
 #include <sys/time.h>
 #include <time.h>
 #endif
@@ -66,13 +69,37 @@ uint32_t vk_sleep_ms(uint32_t microseconds) {
 
 int platform_sleep(uint32_t microseconds) {
     uint32_t ms = vk_sleep_ms(microseconds);
+    // A pause is a wait on the interrupt alone: a signal ends it, and the run.
+    vk_interrupt_point();
 #ifdef _WIN32
-    Sleep(ms);
+    HANDLE interrupt = static_cast<HANDLE>(vk_interrupt_event());
+    if (interrupt != nullptr)
+        WaitForSingleObject(interrupt, ms);
+    else
+        Sleep(ms);
 #else
     vk_precise_timers();
-    timespec req{time_t(ms / 1000), long(ms % 1000) * 1000000L};
-    while (nanosleep(&req, &req) != 0) {}
+    timespec end{};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += time_t(ms / 1000);
+    end.tv_nsec += long(ms % 1000) * 1000000L;
+    if (end.tv_nsec >= 1000000000L) {
+        end.tv_sec += 1;
+        end.tv_nsec -= 1000000000L;
+    }
+    for (;;) {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        int64_t rem =
+            (int64_t(end.tv_sec) - now.tv_sec) * 1000000000LL + (end.tv_nsec - now.tv_nsec);
+        if (rem <= 0) break;
+        timespec ts{time_t(rem / 1000000000LL), long(rem % 1000000000LL)};
+        pollfd p{vk_interrupt_fd(), POLLIN, 0};
+        ppoll(&p, p.fd >= 0 ? 1 : 0, &ts, nullptr);
+        vk_interrupt_point();
+    }
 #endif
+    vk_interrupt_point();
     return 0;
 }
 

@@ -5,10 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/stat.h>
 
+#include "core/file.h"
 #include "core/getopt.h"
 #include "core/log.h"
+#include "core/number.h"
 
 namespace {
 
@@ -107,7 +108,7 @@ uint32_t vk_parse_location(const char *text, const VkOptionRules *rules, VkPosAi
         }
         char number[64];
         copy_field(number, field, len, sizeof number - 1);
-        pos->type = atoi(number);
+        pos->type = vk_atoi(number);
     }
     const char *const names[4] = {"Lat", "Lon", "Altitude", rules->location_accuracy};
     char *const dst[4] = {pos->lat, pos->lon, pos->alt, pos->acc};
@@ -156,10 +157,10 @@ uint32_t vk_parse_time(const char *text, const VkOptionRules *rules, VkTimeAid *
     }
     char number[64];
     copy_field(number, fields[0], lens[0], sizeof number - 1);
-    time->type = atoi(number);
+    time->type = vk_atoi(number);
     copy_field(time->utc, fields[1], lens[1], 33);
     copy_field(number, fields[2], lens[2], sizeof number - 1);
-    time->leap = atoi(number);
+    time->leap = vk_atoi(number);
     copy_text(time->accuracy, cursor, 17);
     time->enable = 1;
     const char *fmt = rules->time_enable_format
@@ -196,13 +197,13 @@ uint32_t vk_parse_aidi(const char *text, VkAidInit *aidi) {
     }
     char number[128];
     copy_field(number, fields[0], lens[0], sizeof number - 1);
-    aidi->type = atoi(number);
+    aidi->type = vk_atoi(number);
     copy_field(aidi->lat, fields[1], lens[1], 17);
     copy_field(aidi->lon, fields[2], lens[2], 17);
     copy_field(aidi->alt, fields[3], lens[3], 17);
     copy_field(aidi->utc, fields[4], lens[4], 33);
     copy_field(number, fields[5], lens[5], sizeof number - 1);
-    aidi->leap = atoi(number);
+    aidi->leap = vk_atoi(number);
     aidi->enable = 1;
     return VK_OK;
 }
@@ -247,7 +248,7 @@ uint32_t vk_parse_options(int argc, char **argv, const VkOptionRules *rules, VkO
         uint32_t ret = VK_OK;
         switch (c) {
             case 'b':
-                out->baud = atoi(value);
+                out->baud = vk_atoi(value);
                 vk_log("[INFO] Baud rate:%d\n", out->baud);
                 break;
             case 'q': out->query = 1; break;
@@ -311,20 +312,12 @@ void vk_print_usage(const char *example) {
 }
 
 uint32_t vk_check_file_access(const char *path) {
-    struct stat st;
-    int err = 0;
-    if (stat(path, &st) != 0) {
-        err = errno;
-    } else if (S_ISDIR(st.st_mode)) {
-        err = EISDIR;
-    } else {
-        FILE *f = fopen(path, "rb");
-        if (f == nullptr)
-            err = errno;
-        else
-            fclose(f);
+    FILE *f = vk_fopen_regular(path);
+    if (f != nullptr) {
+        fclose(f);
+        return VK_OK;
     }
-    if (err == 0) return VK_OK;
+    int err = errno;
     vk_log("[ERROR] Fail to access %s, errno: %d (%s)\n", path, err, strerror(err));
     return VK_ERR_FILE_ACCESS;
 }
@@ -335,14 +328,14 @@ void vk_aid_time(const VkTimeAid *time, VkDateTime *out) {
         Vk_GetCurrentDateTime(out);
         return;
     }
-    sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &out->year, &out->month, &out->day, &out->hour,
-           &out->minute, &out->second);
+    vk_scan_ints(time->utc, "%d-%d-%d-%d:%d:%d", &out->year, &out->month, &out->day, &out->hour,
+                 &out->minute, &out->second);
 }
 
 bool vk_basic_option(int c, const char *value, VkBasicSettings *s) {
     switch (c) {
         case 'b':
-            s->baud = atoi(value);
+            s->baud = vk_atoi(value);
             vk_log("[INFO] Baud rate:%d\n", s->baud);
             return true;
         case 'f':

@@ -13,6 +13,7 @@ enum : uint32_t {
     VK_ERR_COMMAND = 0x107,           // command refused, not acknowledged, or a general failure
     VK_ERR_MEMORY = 0x108,            // out of memory
     VK_ERR_NO_REPLY = 0x200,          // no accepted reply before the deadline
+    VK_INTERRUPTED_BASE = 0x800,      // + signal number: a run ended by a signal (POSIX)
     VK_ERR_NO_BACKEND = 0xFFFFFFFFu,  // no backend ran
 };
 
@@ -22,3 +23,7 @@ enum : uint32_t {
 // 0xFFFFFFFF, any result above 0xFFF and any other result whose two kept
 // digits are both 0 (such as 0x010): no failure can exit 0.
 int vk_exit_status(uint32_t result);
+
+// The run's last line: "[SUCCESS] vkagnss run success" for 0, else
+// "[FAIL] vkagnss run fail,ret:[0x<result>]".
+void vk_log_outcome(uint32_t result);

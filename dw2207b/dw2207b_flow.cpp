@@ -7,7 +7,7 @@ namespace {
 const VkSessionRules kSession = {
     .entry_line = "[INFO] enter DW2207B AgnssOnline\n",
     .options = {.optstring = "m:o:p:b:f::b:s::u::l::R:T:"},
-    .usage = "./vk_agnss -m DW2207B -f ephemeris.rtcm3 -p COM3 -b 115200 -o online",
+    .usage = "./vk_agnss -m DW2207B -fephemeris.rtcm3 -p COM3 -b 115200 -o online",
     .opened = "[INFO] DW2207B open uart_fd:%ld\n",
 };
 

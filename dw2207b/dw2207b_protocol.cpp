@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/file.h"
 #include "core/log.h"
 #include "dw2207b/dw2207b.h"
 #include "serial/serial.h"
@@ -82,7 +83,7 @@ uint32_t DW2207B_SendAidPos(SerialPort port, const VkPosAid *pos) {
 }
 
 uint32_t DW2207B_SendEphData(SerialPort port, const char *path) {
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return DW2207B_ERR_EPH_OPEN;
@@ -121,10 +122,15 @@ uint32_t DW2207B_SendEphData(SerialPort port, const char *path) {
             result = DW2207B_ERR_EPH_FILE;
             break;
         }
-        sent += int(serial_write(port, frame, length + 6));
+        uint32_t written = serial_write(port, frame, length + 6);
+        sent += int(written);
         float progress = float(100LL * sent) / float(size);
         vk_log("[PROGRESS] %.2f%%,%d,%d\r\n", progress, sent, size);
         if (sent == size) result = 0;
+        // A frame that did not go out whole (the port went away, or the
+        // receiver stopped taking data) leaves the file unfinished whatever
+        // follows: streaming the rest would only feed nothing.
+        if (written < length + 6) break;
         platform_sleep(5000);
     }
     fclose(f);

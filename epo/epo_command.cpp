@@ -6,6 +6,7 @@
 #include <string>
 
 #include "core/log.h"
+#include "core/number.h"
 #include "epo/epo.h"
 #include "serial/serial.h"
 #include "toolkit/checksum.h"
@@ -55,7 +56,7 @@ uint32_t epo_send_start_way(const EpoDialect *d, SerialPort port, int way) {
 uint32_t epo_send_time(const EpoDialect *d, SerialPort port, const VkTimeAid *time) {
     int t[6] = {0, 0, 0, 0, 0, 0};
     if (time->type == 0) {
-        sscanf(time->utc, "%d-%d-%d-%d:%d:%d", &t[0], &t[1], &t[2], &t[3], &t[4], &t[5]);
+        vk_scan_ints(time->utc, "%d-%d-%d-%d:%d:%d", &t[0], &t[1], &t[2], &t[3], &t[4], &t[5]);
     } else {
         VkDateTime now{};
         Vk_GetCurrentDateTime(&now);

@@ -2,7 +2,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/file.h"
 #include "core/log.h"
+#include "core/number.h"
 #include "epo/epo.h"
 #include "toolkit/gnss_time.h"
 
@@ -50,7 +52,7 @@ EpoInfo *epo_decode_file(EpoInfo *info, const char *path) {
     EpoInfo r{};
     r.type = -1;
     vk_log("[DEBUG] Get epo info from file, Path: %s\r\n", path);
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
     } else {
@@ -181,7 +183,7 @@ int32_t epo_offline_type(const EpoDialect *d, const char *file_name, int32_t *da
         const char *at = strstr(file_name, rule.text);
         if (at == nullptr) continue;
         // The day count of a numbered name follows its eight-character prefix.
-        *day_count = rule.days >= 0 ? rule.days : atoi(at + 8);
+        *day_count = rule.days >= 0 ? rule.days : vk_atoi(at + 8);
         vk_log(" EPO type:%d,day count:%d\n", rule.type, *day_count);
         return rule.type;
     }

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/file.h"
 #include "core/log.h"
 #include "epo/epo.h"
 #include "serial/serial.h"
@@ -28,7 +29,7 @@ void summarize_file(const char *path) {
 // Opens the file to send, takes its size and says it is being sent; null
 // (after the system's reason) when it cannot be opened.
 FILE *open_to_send(const char *path, const char *name, uint32_t *size) {
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return nullptr;
@@ -41,9 +42,20 @@ FILE *open_to_send(const char *path, const char *name, uint32_t *size) {
     return f;
 }
 
+// Reads the next record. A read that brings less than a whole record (none
+// left, or a file cut short inside its last record) sends nothing of it: the
+// file ends there with a read failure, after its message.
+bool read_record(FILE *f, uint8_t rec[EPO_RECORD_SIZE]) {
+    memset(rec, 0, EPO_RECORD_SIZE);
+    size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
+    if (n == EPO_RECORD_SIZE) return true;
+    vk_log("[ERROR] actual_read_len = %d,is wrong\n", int(n));
+    return false;
+}
+
 // Frames one record and sends it; prints nothing.
 uint32_t send_data_frame(SerialPort port, const uint8_t *record, uint32_t len) {
-    uint8_t frame[EPO_FRAME_CAPACITY];
+    uint8_t frame[EPO_FRAME_CAPACITY] = {};
     uint32_t frame_len = EPO_FRAME_CAPACITY;
     uint16_t id = epo_msg_id(BIN_DATA);
     uint32_t ret = epo_package_frame(id, record, len, frame, &frame_len);
@@ -63,22 +75,20 @@ uint32_t send_marker(SerialPort port, const char *letter, uint32_t len, int bin_
 // whole file: *fatal is then set.
 uint32_t send_records(SerialPort port, FILE *f, long offset, int count, const char *name,
                       uint32_t size, uint32_t *sent, const char *end_letter, bool *fatal) {
-    uint8_t rec[EPO_RECORD_SIZE];
+    uint8_t rec[EPO_RECORD_SIZE] = {};
     *fatal = false;
     fseek(f, offset, SEEK_SET);
     for (int r = 0; r < count; ++r) {
-        size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
-        if (n == 0) {
-            vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+        if (!read_record(f, rec)) {
             *fatal = true;
             return EPO_ERR_READ;
         }
-        uint32_t ret = send_data_frame(port, rec, uint32_t(n));
+        uint32_t ret = send_data_frame(port, rec, EPO_RECORD_SIZE);
         if (ret != 0) {
             vk_log("[ERROR] send %s failed\n", name);
             return ret;
         }
-        *sent += uint32_t(n);
+        *sent += EPO_RECORD_SIZE;
         float p = percent(*sent, size);
         if (end_letter && p == 100.0f && (ret = send_marker(port, end_letter, 1, BIN_END)) != 0) {
             *fatal = true;
@@ -145,19 +155,15 @@ uint32_t send_single_offline(const EpoDialect *d, SerialPort port, FILE *f, cons
         vk_log("[ERROR] send %s failed,err:[0X%X]", name, ret);
         return ret;
     }
-    uint8_t rec[EPO_RECORD_SIZE];
+    uint8_t rec[EPO_RECORD_SIZE] = {};
     uint32_t sent = 0;
     for (;;) {
-        size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
-        if (n == 0) {
-            vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
-            return EPO_ERR_READ;
-        }
-        if ((ret = send_data_frame(port, rec, uint32_t(n))) != 0) {
+        if (!read_record(f, rec)) return EPO_ERR_READ;
+        if ((ret = send_data_frame(port, rec, EPO_RECORD_SIZE)) != 0) {
             vk_log("[ERROR] send %s failed\n", name);
             return ret;
         }
-        sent += uint32_t(n);
+        sent += EPO_RECORD_SIZE;
         // The end marker goes out only when the single-precision quotient is
         // exactly 100; where rounding falls short the loop still ends below.
         float p = percent(sent, total);
@@ -219,9 +225,13 @@ uint32_t epo_wait_bin_ack(SerialPort port, uint8_t *reply, uint16_t msg_id) {
     printf("[%llu] ", (unsigned long long)Vk_ClockGetTimeMs());
     // Byte by byte, so that what follows the acknowledgement stays in the
     // line for the next wait.
-    uint32_t result = Vk_WaitReply(
-        port, {.timeout_ms = 5000, .initial = VK_ERR_NO_REPLY, .read_size = 1, .slice_ms = 20},
-        vk_judge_ack, &w);
+    uint32_t result = Vk_WaitReply(port,
+                                   {.timeout_ms = 5000,
+                                    .initial = VK_ERR_NO_REPLY,
+                                    .read_size = 1,
+                                    .slice_ms = 20,
+                                    .frame_start = value},
+                                   vk_judge_ack, &w);
     printf("\n");
     fflush(stdout);
     return result;
@@ -238,7 +248,7 @@ uint32_t epo_send_frame(SerialPort port, const uint8_t *frame, uint32_t len, uin
 }
 
 uint32_t epo_send_begin_end(SerialPort port, const uint8_t *payload, uint32_t len, int bin_type) {
-    uint8_t frame[EPO_FRAME_CAPACITY];
+    uint8_t frame[EPO_FRAME_CAPACITY] = {};
     uint32_t frame_len = EPO_FRAME_CAPACITY;
     uint16_t id = epo_msg_id(bin_type);
     if (epo_package_frame(id, payload, len, frame, &frame_len) != 0) return EPO_ERR_FRAME;
@@ -255,10 +265,10 @@ uint32_t epo_read_sv_list(const EpoDialect *d, FILE *f, int32_t type, uint8_t *l
     *count = 0;
     *header_bytes = 0;
     if (epo_type_in(type, d->files.header_types)) {
-        uint8_t header[EPO_RECORD_SIZE];
+        uint8_t header[EPO_RECORD_SIZE] = {};
         size_t n = fread(header, 1, EPO_RECORD_SIZE, f);
-        if (n == 0) {
-            vk_log("[ERROR] data_head_len = %d,is wrong\n", 0);
+        if (n < EPO_RECORD_SIZE) {  // a header cut short is no header
+            vk_log("[ERROR] data_head_len = %d,is wrong\n", int(n));
             return EPO_ERR_FRAME;
         }
         char hex[2 * EPO_RECORD_SIZE + 1];
@@ -314,7 +324,7 @@ uint32_t epo_send_file_online(const EpoDialect *d, SerialPort port, const char *
     uint32_t size = 0;
     FILE *f = open_to_send(path, name, &size);
     if (f == nullptr) return EPO_ERR_OPEN;
-    uint8_t rec[EPO_RECORD_SIZE];
+    uint8_t rec[EPO_RECORD_SIZE] = {};
     uint32_t sent = 0;
     uint32_t ret = 0;
 
@@ -324,9 +334,7 @@ uint32_t epo_send_file_online(const EpoDialect *d, SerialPort port, const char *
         const int modes[2] = {mode & d->files.pair_gps_mask, mode & d->files.pair_glo_mask};
         for (int half = 0; half < 2 && ret == 0; ++half) {
             for (int r = 0; r < counts[half]; ++r) {
-                size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
-                if (n == 0) {
-                    vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+                if (!read_record(f, rec)) {
                     ret = EPO_ERR_READ;
                     break;
                 }
@@ -334,7 +342,7 @@ uint32_t epo_send_file_online(const EpoDialect *d, SerialPort port, const char *
                     vk_log("[ERROR] send %s failed\n", name);
                     break;
                 }
-                sent += uint32_t(n);
+                sent += EPO_RECORD_SIZE;
                 print_progress(percent(sent, size));
             }
         }
@@ -346,9 +354,7 @@ uint32_t epo_send_file_online(const EpoDialect *d, SerialPort port, const char *
         if (ret != 0) ret = EPO_ERR_READ;
         const uint32_t total = size - header;
         for (uint32_t i = 0; ret == 0; ++i) {
-            size_t n = fread(rec, 1, EPO_RECORD_SIZE, f);
-            if (n == 0) {
-                vk_log("[ERROR] actual_read_len = %d,is wrong\n", 0);
+            if (!read_record(f, rec)) {
                 ret = EPO_ERR_READ;
                 break;
             }
@@ -357,7 +363,7 @@ uint32_t epo_send_file_online(const EpoDialect *d, SerialPort port, const char *
                 vk_log("[ERROR] send %s failed", name);
                 break;
             }
-            sent += uint32_t(n);
+            sent += EPO_RECORD_SIZE;
             print_progress(percent(sent, total));
             if (feof(f) || sent == total) break;
         }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/file.h"
 #include "core/log.h"
 #include "hd8xxx/hd8xxx.h"
 #include "hd8xxx/hd8xxx_files.h"
@@ -98,7 +99,7 @@ int HD8XXX_DivideOfflineEphFile(const char *src, const char *gps, const char *bd
         vk_log(" param error\n");
         return -1;
     }
-    FILE *in = fopen(src, "rb");
+    FILE *in = vk_fopen_regular(src);
     FILE *out_gps = fopen(gps, "wb");
     FILE *out_bds = fopen(bds, "wb");
     int result = 0;
@@ -178,7 +179,7 @@ uint32_t HD8XXX_WaitYmodemReady(SerialPort port, uint32_t timeout_ms) {
 }
 
 uint32_t HD8XXX_EphYmodemTransfer(const char *path, const char *flash_name) {
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return HD8XXX_ERR_FILE_OPEN;

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <vector>
 
+#include "core/file.h"
 #include "core/log.h"
 #include "hd8xxx/hd8xxx.h"
 #include "hd8xxx/hd8xxx_files.h"
@@ -60,7 +61,8 @@ uint32_t HD8XXX_GetOnlineEphInfo(const char *path) {
             uint32_t toe = le16(b + 22) * 16;
             int64_t time = gps_to_utc(week, int32_t(toe), 18);
             vk_log("[DEBUG] weeknum: %d, toe: %d\n", int(week), int(toe));
-            vk_log("[DEBUG] gps unix timestamp: %lu\n", (unsigned long)time);
+            // The seconds in all 64 bits on every OS (long has 32 on Windows).
+            vk_log("[DEBUG] gps unix timestamp: %llu\n", (unsigned long long)time);
             s.start_week = week;
             s.start_tow = toe;
             s.start_time = time;
@@ -72,7 +74,7 @@ uint32_t HD8XXX_GetOnlineEphInfo(const char *path) {
             uint32_t toe = le32(b + 22) * 8;
             int64_t time = bdt_to_unix(week, int32_t(toe));
             vk_log("[DEBUG] weeknum: %d, toe: %d\n", int(week), int(toe));
-            vk_log("[DEBUG] bds unix timestamp: %lu\n", (unsigned long)time);
+            vk_log("[DEBUG] bds unix timestamp: %llu\n", (unsigned long long)time);
             s.start_week = week + 1356;
             s.start_tow = toe;
             s.start_time = time;
@@ -81,8 +83,8 @@ uint32_t HD8XXX_GetOnlineEphInfo(const char *path) {
             continue;
         }
         s.end_time = s.start_time + 7200;
-        vk_log("[DEBUG] GpsTimeStartSec: %lu\n", (unsigned long)s.start_time);
-        vk_log("[DEBUG] GpsTimeEndSec: %lu\n", (unsigned long)s.end_time);
+        vk_log("[DEBUG] GpsTimeStartSec: %llu\n", (unsigned long long)s.start_time);
+        vk_log("[DEBUG] GpsTimeEndSec: %llu\n", (unsigned long long)s.end_time);
     }
     fclose(f);
     if (result != VK_OK) return result;
@@ -148,7 +150,7 @@ uint32_t HD8XXX_DivideOnlineEphFile(const char *src, const char *gps, const char
         vk_log(" param error\n");
         return VK_ERR_PARAM;
     }
-    FILE *in = fopen(src, "rb");
+    FILE *in = vk_fopen_regular(src);
     FILE *out_gps = fopen(gps, "wb");
     FILE *out_bds = fopen(bds, "wb");
     uint32_t result = VK_OK;
@@ -224,7 +226,7 @@ uint32_t send_slice(SerialPort port, const uint8_t *slice, uint32_t n, uint8_t i
 
 uint32_t HD8XXX_SendEphData_Internal(SerialPort port, const char *path, uint32_t total,
                                      uint32_t record_size, uint8_t id) {
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return HD8XXX_ERR_FILE_OPEN;

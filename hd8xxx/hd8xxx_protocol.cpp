@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/log.h"
+#include "core/number.h"
 #include "hd8xxx/hd8xxx.h"
 #include "hd8xxx/hd8xxx_nmea.h"
 #include "toolkit/exchange.h"
@@ -60,9 +61,13 @@ uint32_t HD8XXX_CheckBinCmdRsp(SerialPort port, uint8_t *out, uint8_t cls, uint8
     uint8_t value[HD8XXX_ACK_SIZE], mask[HD8XXX_ACK_SIZE];
     // What follows the frame in the same read is not part of the answer.
     VkAckWait w{.match = hd8xxx_ack_match(cls, id, value, mask), .out = out};
-    return Vk_WaitReply(
-        port, {.timeout_ms = 5000, .initial = VK_ERR_NO_REPLY, .read_size = 256, .slice_ms = 1000},
-        vk_judge_ack, &w);
+    return Vk_WaitReply(port,
+                        {.timeout_ms = 5000,
+                         .initial = VK_ERR_NO_REPLY,
+                         .read_size = 256,
+                         .slice_ms = 1000,
+                         .frame_start = value},
+                        vk_judge_ack, &w);
 }
 
 uint32_t hd8xxx_evaluate_ack(SerialPort port, uint8_t cls, uint8_t id, const HdAckWords &words) {
@@ -261,7 +266,7 @@ uint32_t hd8xxx_check_reply(const char *buf, uint32_t len, const char *name,
         vk_log(" send %s ok\n", name);
         return VK_OK;
     }
-    int code = fields.size() > 2 ? atoi(fields[2].c_str()) : 0;
+    int code = fields.size() > 2 ? vk_atoi(fields[2].c_str()) : 0;
     vk_log(words.not_ok, name, code);
     return HD8XXX_ERR_REPLY;
 }
@@ -328,7 +333,7 @@ void hd8xxx_time_body(char *body, size_t size, const VkTimeAid *time) {
     vk_aid_time(time, &t);
     snprintf(body, size, "%s,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d", "$PVNKAIDTIME", 1, time->leap,
              t.year, t.month, t.day, t.hour, t.minute, t.second, t.millisecond,
-             atoi(time->accuracy), 0);
+             vk_atoi(time->accuracy), 0);
 }
 
 uint32_t HD8XXX_SendAidTimeByNmea(SerialPort port, const VkTimeAid *time) {
@@ -350,7 +355,8 @@ int HD8XXX_SerialSend(const uint8_t *data, uint32_t len) {
 }
 
 int HD8XXX_SerialRecv(uint8_t *buf, uint32_t len) {
-    return int(serial_read(g_port, buf, len, 200));
+    uint32_t n = serial_read(g_port, buf, len, 200);
+    return n == 0 && serial_port_gone(g_port) ? -1 : int(n);
 }
 
 void HD8XXX_Delay(uint32_t ms) { platform_sleep(ms * 1000); }

@@ -74,12 +74,15 @@ void ymodem_delay(uint32_t ms) {
 
 // Polls one byte at a time for either awaited byte (0: none) or CAN, which
 // counts as an answer too. Only the 40 ms pauses count toward the time-out,
-// not the time each receive call blocks.
+// not the time each receive call blocks. A receive that fails (the line is
+// gone) ends the wait as a time-out at once: no answer can come.
 int ymodem_pkt_wait_resp(uint8_t first, uint8_t second, uint32_t timeout_ms) {
     uint32_t elapsed = 0;
     do {
         uint8_t b = 0;
-        if (ymodem_recv(&b, 1) == 1 &&
+        int n = ymodem_recv(&b, 1);
+        if (n < 0) break;
+        if (n == 1 &&
             ((first != 0 && b == first) || (second != 0 && b == second) || b == YMODEM_CAN))
             return 0;
         ymodem_delay(40);

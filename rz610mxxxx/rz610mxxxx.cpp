@@ -144,7 +144,7 @@ const EpoDialect RZ610MXXXX_Dialect = {
                         .time_error_word = "location",
                         .skip_double_comma_check = true,
                         .file_list = true},
-            .usage = "./vk_agnss -m AG33XX -f EPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline",
+            .usage = "./vk_agnss -m AG33XX -fEPO_GPS_3_1.DAT -p COM3 -b 115200 -o offline",
             .open_failed = "[ERROR] Fail to open uart %s\n",
         },
 };

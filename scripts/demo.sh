@@ -7,7 +7,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-VK_WITH_WINDOWS=0 scripts/install-deps.sh
+# Only the build tools: the demo needs no test, fuzzing or Windows packages.
+scripts/install-deps.sh demo
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j"$(nproc)" --target vkagnss vkagnss-sim vkagnss-rtcmgen vkagnss-epogen \
   vkagnss-hdbgen

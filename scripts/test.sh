@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: the formatting check, the native
-# build, the same tests under AddressSanitizer and UndefinedBehaviorSanitizer,
-# the fuzz targets, and the Windows cross-build of the tool.
+# build, the manual pages' lint, the Debian package (built, installed, run and
+# removed), the same tests under AddressSanitizer and UndefinedBehaviorSanitizer,
+# the fuzz targets, the Windows cross-build of the tool and its zip, and the end-to-end
+# tests again with that vkagnss.exe run by wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -15,6 +17,28 @@ echo "== native build and tests"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j"$jobs"
 (cd build && ctest -j8 --output-on-failure --timeout 300)
+
+echo "== manual pages (mandoc lint)"
+mandoc -T lint -W warning man/*.1
+
+echo "== Debian package: build, file list, install, run, remove"
+deb=$(scripts/package.sh)
+contents=$(dpkg-deb -c "$deb")
+for f in usr/bin/vkagnss usr/bin/vkagnss-sim usr/bin/vkagnss-rtcmgen usr/bin/vkagnss-epogen \
+  usr/bin/vkagnss-hdbgen usr/bin/vkagnss-pstmgen usr/share/man/man1/vkagnss.1.gz \
+  usr/share/man/man1/vkagnss-sim.1.gz usr/share/doc/vkagnss/copyright \
+  usr/share/doc/vkagnss/changelog.gz usr/share/doc/vkagnss/README.md usr/share/doc/vkagnss/LICENSE; do
+  grep -Eq " \./$f( |\$)" <<<"$contents" || { echo "$deb lacks $f" >&2; exit 1; }
+done
+dpkg-deb -f "$deb" Package Version Architecture Depends
+sudo=""
+[ "$(id -u)" = 0 ] || sudo=sudo
+$sudo dpkg -i "$deb" >/dev/null
+trap '$sudo dpkg -r vkagnss >/dev/null 2>&1 || true' EXIT
+/usr/bin/vkagnss --version
+man -w vkagnss
+$sudo dpkg -r vkagnss >/dev/null
+trap - EXIT
 
 echo "== sanitizer build and tests"
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVK_SANITIZE=ON >/dev/null
@@ -35,6 +59,32 @@ done
 
 echo "== Windows cross-build"
 cmake -S . -B build-win -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake >/dev/null
-cmake --build build-win -j"$jobs" --target vkagnss
+cmake --build build-win -j"$jobs" --target vkagnss vkagnss_win32_checks
 ls -l build-win/vkagnss.exe
+
+echo "== Windows zip"
+cmake --build build-win -j"$jobs" --target vkagnss_installables
+rm -f build-win/vkagnss-*.zip
+(cd build-win && cpack -G ZIP >cpack.log 2>&1) || { cat build-win/cpack.log >&2; exit 1; }
+zip=$(ls build-win/vkagnss-*-win64.zip)
+unzip -l "$zip"
+for f in vkagnss.exe README.md LICENSE; do
+  unzip -Z1 "$zip" | grep -q "^vkagnss-[^/]*/$f\$" || { echo "$zip lacks $f" >&2; exit 1; }
+done
+
+echo "== end-to-end tests against vkagnss.exe under wine"
+# A prefix of the build tree's own. Its server stays up for the whole step and
+# is started apart from the tests' pipes: otherwise wine's background services
+# inherit a run's standard output and hold it open for seconds after the end.
+export WINEPREFIX="$PWD/build-win/wine" WINEDEBUG=-all
+mkdir -p "$WINEPREFIX"
+trap 'wineserver -k 2>/dev/null || true' EXIT
+setsid wineserver -p </dev/null >/dev/null 2>&1
+wine build-win/vkagnss.exe -S x </dev/null >/dev/null 2>&1  # warm-up: the prefix and the services
+rm -f "$WINEPREFIX"/dosdevices/com[1-9][0-9]*               # links a killed run left behind
+wine build-win/vkagnss_win32_checks.exe
+(cd build && VK_TEST_WINE="$PWD/../build-win/vkagnss.exe" ctest -j8 -L e2e --output-on-failure --timeout 300)
+wineserver -k
+trap - EXIT
+unset WINEPREFIX WINEDEBUG
 echo "== all green"

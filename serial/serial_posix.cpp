@@ -6,6 +6,7 @@
 #include "serial/serial.h"
 #include "serial/serial_common.h"
 
+#include "core/interrupt.h"
 #include "core/log.h"
 
 #if defined(__linux__)
@@ -92,27 +93,47 @@ bool handle_fd(SerialPort port, int *fd) {
 }
 
 // Keeps errno's reason for serial_last_error; returns false for chaining.
-bool note_errno(const char *what, const char *name) {
+bool note_errno(const char *what, const char *name, SerialFailure kind = SerialFailure::Other) {
     int code = errno;
     char text[160];
     snprintf(text, sizeof text, "%.40s %.110s", what, name);
-    serial_note_error(code, text, strerror(code));
+    serial_note_error(code, text, strerror(code), kind);
     return false;
+}
+
+// The kind of failure an open's errno stands for.
+SerialFailure open_failure(int code) {
+    switch (code) {
+        case EBUSY:
+        case EWOULDBLOCK: return SerialFailure::Busy;
+        case EACCES:
+        case EPERM: return SerialFailure::Permission;
+        case ENOENT:
+        case ENODEV:
+        case ENXIO:
+        case ENOTDIR: return SerialFailure::Missing;
+        case ENOTTY: return SerialFailure::NotSerial;
+        default: return SerialFailure::Other;
+    }
+}
+
+// errno values that mean the device itself is gone (unplugged adapter,
+// hung-up line), as opposed to a passing condition.
+bool device_gone(int code) {
+    return code == EIO || code == ENXIO || code == ENODEV || code == EPIPE || code == EBADF;
+}
+
+// Notes the hang-up for serial_last_error and marks the port gone.
+void note_gone(SerialPort port, const char *what) {
+    if (errno == 0) errno = EIO;
+    note_errno(what, "the port", SerialFailure::Gone);
+    serial_mark_gone(serial_state(port));
 }
 
 int64_t now_ns() {
     timespec ts{};
     clock_gettime(CLOCK_MONOTONIC, &ts);
     return int64_t(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
-}
-
-void sleep_until(int64_t deadline_ns) {
-    for (;;) {
-        int64_t rem = deadline_ns - now_ns();
-        if (rem <= 0) return;
-        timespec req{time_t(rem / 1000000000LL), long(rem % 1000000000LL)};
-        nanosleep(&req, nullptr);
-    }
 }
 
 // Puts "baud" into *t when termios has a constant for it. Returns false when
@@ -148,77 +169,52 @@ int apply_termios(int fd, termios *t, uint32_t baud, int when) {
 #endif
 }
 
-// The port's current rate in bits per second, 0 when unknown.
-uint32_t current_baud(int fd) {
-#if defined(__linux__)
-    unsigned b = 0;
-    if (vk_linux_get_baud(fd, &b) == 0) return b;
-    return 0;
-#else
-    termios t{};
-    if (tcgetattr(fd, &t) != 0) return 0;
-    speed_t code = cfgetispeed(&t);
-    for (const BaudEntry &e : kBaudTable)
-        if (e.code == code) return e.baud;
-    return uint32_t(code);
-#endif
-}
-
-// The quiet time that ends a read once data has started: 1 ms, stretched by
-// two character times (20 bit times) on slow lines. At 9600 baud one byte
-// alone takes over 1 ms on the wire, and a plain 1 ms gap would cut a steady
-// stream after every byte; from about 20000 baud up it is exactly 1 ms.
-int64_t quiet_gap_ns(int fd) {
-    uint32_t baud = current_baud(fd);
-    uint32_t extra_ms = baud > 0 ? 20000u / baud : 0;
-    return int64_t(1 + extra_ms) * 1000000LL;
-}
-
-// Waits until input is ready or the deadline passes.
-// 1: readable, 0: deadline passed, -1: the line is gone (hang-up, error).
-int wait_readable(int fd, int64_t deadline_ns) {
+// Waits until the port is ready for "events" (POLLIN or POLLOUT) or the
+// deadline passes; a signal that comes meanwhile ends the run here.
+// 1: ready, 0: deadline passed, -1: the line is gone (hang-up, error).
+int wait_port(int fd, short events, int64_t deadline_ns) {
     for (;;) {
+        vk_interrupt_point();
         int64_t rem = deadline_ns - now_ns();
-        int ms = 0;
-        if (rem > 0) {
-            int64_t up = (rem + 999999) / 1000000;
-            ms = up > INT_MAX ? INT_MAX : int(up);
-        }
-        pollfd p{fd, POLLIN, 0};
-        int r = poll(&p, 1, ms);
+        if (rem < 0) rem = 0;
+        timespec ts{time_t(rem / 1000000000LL), long(rem % 1000000000LL)};
+        pollfd p[2] = {{fd, events, 0}, {vk_interrupt_fd(), POLLIN, 0}};
+        int r = ppoll(p, p[1].fd >= 0 ? 2 : 1, &ts, nullptr);
         if (r < 0) {
             if (errno == EINTR) continue;
             return -1;
         }
+        if (p[1].revents != 0) continue;  // the interrupt point above ends the run
         if (r == 0) {
             if (now_ns() >= deadline_ns) return 0;
             continue;
         }
-        if (p.revents & POLLIN) return 1;
+        if (p[0].revents & events) return 1;
+        errno = (p[0].revents & POLLNVAL) ? EBADF : EIO;
         return -1;
     }
 }
 
 // Reads up to len bytes before the time-out; the read ends as soon as the
-// line falls quiet after the first byte.
+// line falls quiet after the first byte. A port that is gone reads nothing.
 uint32_t read_port(SerialPort port, uint8_t *buf, uint32_t len, uint32_t timeout_ms) {
     int fd = -1;
     if (!handle_fd(port, &fd) || buf == nullptr) return 0;
+    SerialPortState *st = serial_state(port);
+    if (st != nullptr && st->gone) return 0;
     const int64_t deadline = now_ns() + int64_t(timeout_ms) * 1000000LL;
-    const int64_t gap = quiet_gap_ns(fd);
+    const int64_t gap = int64_t(serial_quiet_gap_us(st != nullptr ? st->baud : 0)) * 1000LL;
     uint32_t got = 0;
-    bool line_gone = false;
     while (got < len) {
         int64_t until = deadline;
         if (got > 0) {
             int64_t quiet_end = now_ns() + gap;
             if (quiet_end < until) until = quiet_end;
         }
-        int w = wait_readable(fd, until);
+        int w = wait_port(fd, POLLIN, until);
         if (w == 0) break;
         if (w < 0) {
-            note_errno("poll", "the port");
-            line_gone = true;
+            note_gone(port, "poll");
             break;
         }
         ssize_t n = read(fd, buf + got, size_t(len - got));
@@ -229,19 +225,23 @@ uint32_t read_port(SerialPort port, uint8_t *buf, uint32_t len, uint32_t timeout
         if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) continue;
         // End of file or a hard error: a hung-up line.
         if (n == 0) errno = EIO;
-        note_errno("read", "the port");
-        line_gone = true;
+        note_gone(port, "read");
         break;
     }
-    // A line that is gone reads like a silent one: callers poll in short
-    // slices until their own deadline, and an instant 0 would make them spin.
-    if (line_gone && got == 0) sleep_until(deadline);
     return got;
 }
 
+// Writes len bytes, waiting for room until the write's budget (its wire time
+// plus a second) has passed, then for the bytes to leave. A receiver that
+// takes nothing leaves a short count; a port that is gone writes nothing.
 uint32_t write_port(SerialPort port, const uint8_t *buf, uint32_t len) {
     int fd = -1;
     if (!handle_fd(port, &fd) || buf == nullptr) return 0;
+    vk_interrupt_point();
+    SerialPortState *st = serial_state(port);
+    if (st != nullptr && st->gone) return 0;
+    const int64_t deadline =
+        now_ns() + int64_t(serial_write_budget_ms(len, st != nullptr ? st->baud : 0)) * 1000000LL;
     uint32_t done = 0;
     while (done < len) {
         ssize_t n = write(fd, buf + done, size_t(len - done));
@@ -249,22 +249,35 @@ uint32_t write_port(SerialPort port, const uint8_t *buf, uint32_t len) {
             done += uint32_t(n);
             continue;
         }
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            // No write time-out: wait for room as long as the line lives.
-            pollfd p{fd, POLLOUT, 0};
-            int r = poll(&p, 1, -1);
-            if (r < 0 && errno == EINTR) continue;
-            if (r <= 0 || !(p.revents & POLLOUT)) break;
+        if (n < 0 && errno == EINTR) {
+            vk_interrupt_point();
             continue;
         }
-        note_errno("write", "the port");  // e.g. EIO once the other end hung up
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            int w = wait_port(fd, POLLOUT, deadline);
+            if (w > 0) continue;
+            if (w == 0) {
+                errno = ETIMEDOUT;
+                note_errno("write (the receiver takes no data) to", "the port",
+                           SerialFailure::Stalled);
+                break;
+            }
+            note_gone(port, "poll");
+            break;
+        }
+        if (n < 0 && device_gone(errno)) {
+            note_gone(port, "write");  // e.g. EIO once the other end hung up
+            break;
+        }
+        note_errno("write", "the port");
         break;
     }
     // A write is complete when the bytes have left, as with a synchronous
     // write on a comm port; a following baud change or read deadline then
     // starts after the transmission.
-    if (done > 0) tcdrain(fd);
+    if (done > 0 && !(st != nullptr && st->gone)) {
+        while (tcdrain(fd) != 0 && errno == EINTR) vk_interrupt_point();
+    }
     return done;
 }
 
@@ -285,7 +298,7 @@ SerialPort serial_open(const char *name, uint32_t baud) {
 
     int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
-        note_errno("open", path);
+        note_errno("open", path, open_failure(errno));
         return SERIAL_NO_PORT;
     }
     if (fd < 3) {
@@ -299,7 +312,7 @@ SerialPort serial_open(const char *name, uint32_t baud) {
     // Only a terminal device is a port: never write protocol bytes into a
     // file that happens to carry the given name.
     if (!isatty(fd)) {
-        note_errno("open", path);  // ENOTTY
+        note_errno("open", path, SerialFailure::NotSerial);  // ENOTTY
         close(fd);
         return SERIAL_NO_PORT;
     }
@@ -307,7 +320,14 @@ SerialPort serial_open(const char *name, uint32_t baud) {
     // port (and a second open in this one); TIOCEXCL refuses further opens of
     // the device by unprivileged programs.
     if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        serial_note_error(EBUSY, path, "held by another program");
+        serial_note_error(EBUSY, path, "held by another program", SerialFailure::Busy);
+        close(fd);
+        return SERIAL_NO_PORT;
+    }
+    SerialPort port{uint64_t(fd)};
+    SerialPortState *st = serial_track(port, name, baud);
+    if (st == nullptr) {
+        serial_note_error(EMFILE, path, "too many ports open in this program");
         close(fd);
         return SERIAL_NO_PORT;
     }
@@ -318,10 +338,14 @@ SerialPort serial_open(const char *name, uint32_t baud) {
     // the receiver does not hear.
     termios t{};
     if (tcgetattr(fd, &t) != 0) {
-        note_errno("tcgetattr", path);
-        serial_close(SerialPort{uint64_t(fd)});
+        note_errno("tcgetattr", path, SerialFailure::NotSerial);
+        serial_close(port);
         return SERIAL_NO_PORT;
     }
+    // The settings the port had go back at the close.
+    static_assert(sizeof(termios) <= sizeof st->saved);
+    std::memcpy(st->saved, &t, sizeof t);
+    st->have_saved = true;
     cfmakeraw(&t);
     t.c_cflag &= ~tcflag_t(CSIZE | PARENB | PARODD | CSTOPB);
 #ifdef CRTSCTS
@@ -339,8 +363,8 @@ SerialPort serial_open(const char *name, uint32_t baud) {
     if (apply_termios(fd, &t, baud, TCSANOW) != 0) {
         char what[64];
         snprintf(what, sizeof what, "set %u baud 8N1 on", unsigned(baud));
-        note_errno(what, path);
-        serial_close(SerialPort{uint64_t(fd)});
+        note_errno(what, path, SerialFailure::Settings);
+        serial_close(port);
         return SERIAL_NO_PORT;
     }
 
@@ -353,7 +377,6 @@ SerialPort serial_open(const char *name, uint32_t baud) {
     // same. Moving RTS from a lone DTR call would be the field's side effect
     // without its purpose, and RTS often drives a module's reset or boot pin.
     // A pseudo-terminal refuses both ioctls; the port is still usable.
-    SerialPort port{uint64_t(fd)};
     serial_CfgDTR(port, uint32_t(g_serial_dtr_state));
     serial_CfgRTS(port, uint32_t(g_serial_rts_state));
     return port;
@@ -362,12 +385,25 @@ SerialPort serial_open(const char *name, uint32_t baud) {
 int serial_close(SerialPort port) {
     int fd = -1;
     if (handle_fd(port, &fd)) {
+        SerialPortState *st = serial_state(port);
+        if (st != nullptr && st->have_saved && !st->gone) {
+            termios saved{};
+            std::memcpy(&saved, st->saved, sizeof saved);
+            tcsetattr(fd, TCSANOW, &saved);
+        }
+        serial_untrack(port);
         // The exclusive flag stays on a tty whose other end lives on (a
-        // pseudo-terminal), so give it back before closing.
+        // pseudo-terminal), so give it back before closing; the lock goes
+        // with the descriptor.
         ioctl(fd, TIOCNXCL);
         close(fd);
     }
     return 0;
+}
+
+void serial_os_discard_output(SerialPort port) {
+    int fd = -1;
+    if (handle_fd(port, &fd)) tcflush(fd, TCOFLUSH);
 }
 
 uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
@@ -391,6 +427,7 @@ int serial_change_br(SerialPort port, uint32_t baud) {
     t.c_cflag |= CS8;
     // TCSADRAIN: bytes still queued leave at the old rate.
     if (apply_termios(fd, &t, baud, TCSADRAIN) != 0) return -2;
+    if (SerialPortState *st = serial_state(port)) st->baud = baud;
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include "serial/serial.h"
 #include "serial/serial_common.h"
 
+#include "core/interrupt.h"
 #include "core/log.h"
 
 #include <cstdint>
@@ -21,7 +22,7 @@ HANDLE to_handle(SerialPort port) {
 }
 
 // Keeps GetLastError's reason for serial_last_error; returns false for chaining.
-bool note_last_error(const char *what) {
+bool note_last_error(const char *what, SerialFailure kind = SerialFailure::Other) {
     DWORD code = GetLastError();
     char text[160] = "";
     FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
@@ -29,29 +30,67 @@ bool note_last_error(const char *what) {
     // The system's text ends in CR LF.
     for (size_t n = std::strlen(text); n > 0 && (text[n - 1] == '\n' || text[n - 1] == '\r');)
         text[--n] = '\0';
-    serial_note_error(int(code), what, text);
+    serial_note_error(int(code), what, text, kind);
     return false;
 }
 
-bool set_read_timeouts(HANDLE h, DWORD interval, DWORD constant) {
+// The kind of failure CreateFile's error stands for. A COM port that another
+// program holds reports access denied.
+SerialFailure open_failure(DWORD code) {
+    switch (code) {
+        case ERROR_ACCESS_DENIED:
+        case ERROR_SHARING_VIOLATION:
+        case ERROR_BUSY: return SerialFailure::Busy;
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+        case ERROR_BAD_NETPATH: return SerialFailure::Missing;
+        default: return SerialFailure::Other;
+    }
+}
+
+// Errors that mean the device itself is gone (an unplugged USB adapter).
+bool device_gone(DWORD code) {
+    return code == ERROR_ACCESS_DENIED || code == ERROR_BAD_COMMAND ||
+           code == ERROR_DEVICE_NOT_CONNECTED || code == ERROR_GEN_FAILURE ||
+           code == ERROR_INVALID_HANDLE || code == ERROR_DEVICE_REMOVED;
+}
+
+// A failed ReadFile or WriteFile: a signal's cancel ends the run here, a
+// device that went away marks the port gone.
+void after_failed_io(SerialPort port, const char *what) {
+    DWORD code = GetLastError();
+    vk_interrupt_point();
+    if (device_gone(code)) {
+        SetLastError(code);
+        note_last_error(what, SerialFailure::Gone);
+        serial_mark_gone(serial_state(port));
+    } else {
+        SetLastError(code);
+        note_last_error(what);
+    }
+}
+
+// Read time-outs for one read, and the write time-out for one write (0: none).
+bool set_timeouts(HANDLE h, DWORD read_interval, DWORD read_constant, DWORD write_constant) {
     COMMTIMEOUTS to;
-    std::memset(&to, 0, sizeof to);  // write time-outs 0: none
-    to.ReadIntervalTimeout = interval;
+    std::memset(&to, 0, sizeof to);
+    to.ReadIntervalTimeout = read_interval;
     to.ReadTotalTimeoutMultiplier = 0;
-    to.ReadTotalTimeoutConstant = constant;
+    to.ReadTotalTimeoutConstant = read_constant;
+    to.WriteTotalTimeoutMultiplier = 0;
+    to.WriteTotalTimeoutConstant = write_constant;
     return SetCommTimeouts(h, &to) || note_last_error("SetCommTimeouts");
 }
 
-// One blocking read under the given read time-outs; the count delivered is
-// the result whatever ReadFile itself reports.
-uint32_t read_with_timeouts(SerialPort port, void *buf, uint64_t len, DWORD interval,
-                            DWORD constant) {
-    HANDLE h = to_handle(port);
-    if (!set_read_timeouts(h, interval, constant)) return 0;
-    DWORD got = 0;
-    if (!ReadFile(h, buf, DWORD(len), &got, nullptr)) note_last_error("ReadFile");
-    return uint32_t(got);
+// The quiet gap of a read in the whole milliseconds the comm time-outs count.
+DWORD interval_ms(const SerialPortState *st) {
+    return DWORD((serial_quiet_gap_us(st != nullptr ? st->baud : 0) + 999) / 1000);
 }
+
+struct SavedComm {
+    DCB dcb;
+    COMMTIMEOUTS timeouts;
+};
 
 }  // namespace
 
@@ -61,18 +100,33 @@ SerialPort serial_open(const char *name, uint32_t baud) {
     HANDLE h =
         CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     if (h == INVALID_HANDLE_VALUE) {
-        note_last_error(path);
+        note_last_error(path, open_failure(GetLastError()));
         return SERIAL_NO_PORT;
     }
     SerialPort port{static_cast<uint64_t>(reinterpret_cast<uintptr_t>(h))};
+    SerialPortState *st = serial_track(port, name, baud);
+    if (st == nullptr) {
+        SetLastError(ERROR_TOO_MANY_OPEN_FILES);
+        note_last_error(path);
+        CloseHandle(h);
+        return SERIAL_NO_PORT;
+    }
 
     // Raw 8N1 at the rate asked for, and read time-outs the device accepts;
     // a device that refuses them is no port to talk to.
     DCB dcb;
     std::memset(&dcb, 0, sizeof dcb);
     dcb.DCBlength = sizeof dcb;
-    bool ok = GetCommState(h, &dcb) || note_last_error("GetCommState");
+    bool ok = GetCommState(h, &dcb) || note_last_error("GetCommState", SerialFailure::NotSerial);
     if (ok) {
+        // The settings the port had go back at the close.
+        SavedComm saved;
+        saved.dcb = dcb;
+        static_assert(sizeof saved <= sizeof st->saved);
+        if (GetCommTimeouts(h, &saved.timeouts)) {
+            std::memcpy(st->saved, &saved, sizeof saved);
+            st->have_saved = true;
+        }
         dcb.BaudRate = baud;
         dcb.ByteSize = 8;
         dcb.Parity = NOPARITY;
@@ -83,10 +137,11 @@ SerialPort serial_open(const char *name, uint32_t baud) {
         dcb.fOutxDsrFlow = FALSE;
         dcb.fOutX = FALSE;
         dcb.fInX = FALSE;
-        ok = SetCommState(h, &dcb) || note_last_error("SetCommState");
+        ok = SetCommState(h, &dcb) || note_last_error("SetCommState", SerialFailure::Settings);
     }
-    if (ok) ok = set_read_timeouts(h, 1, 0);
+    if (ok) ok = set_timeouts(h, 1, 0, 0);
     if (!ok) {
+        serial_untrack(port);
         CloseHandle(h);
         return SERIAL_NO_PORT;
     }
@@ -99,19 +154,48 @@ SerialPort serial_open(const char *name, uint32_t baud) {
 }
 
 int serial_close(SerialPort port) {
-    CloseHandle(to_handle(port));
+    HANDLE h = to_handle(port);
+    SerialPortState *st = serial_state(port);
+    if (st != nullptr && st->have_saved && !st->gone) {
+        SavedComm saved;
+        std::memcpy(&saved, st->saved, sizeof saved);
+        SetCommState(h, &saved.dcb);
+        SetCommTimeouts(h, &saved.timeouts);
+    }
+    serial_untrack(port);
+    CloseHandle(h);
     return 0;
 }
 
+void serial_os_discard_output(SerialPort port) {
+    PurgeComm(to_handle(port), PURGE_TXABORT | PURGE_TXCLEAR);
+}
+
 uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
-    // Interval 1 ms: the read returns once the line falls quiet after the
-    // first byte, or after timeout_ms with nothing.
-    return read_with_timeouts(port, buf, len, 1, timeout_ms);
+    vk_interrupt_point();
+    const SerialPortState *st = serial_state(port);
+    if (st != nullptr && st->gone) return 0;
+    // The read returns once the line falls quiet after the first byte, or
+    // after timeout_ms with nothing. A console event cancels it.
+    HANDLE h = to_handle(port);
+    if (!set_timeouts(h, interval_ms(st), timeout_ms, 0)) return 0;
+    DWORD got = 0;
+    if (!ReadFile(h, buf, DWORD(len), &got, nullptr)) after_failed_io(port, "ReadFile");
+    vk_interrupt_point();
+    return uint32_t(got);
 }
 
 uint32_t serial_write(SerialPort port, const void *buf, uint64_t len) {
+    vk_interrupt_point();
+    const SerialPortState *st = serial_state(port);
+    if (st != nullptr && st->gone) return 0;
+    // A receiver that takes nothing for the write's budget leaves a short count.
+    HANDLE h = to_handle(port);
+    DWORD budget = serial_write_budget_ms(len, st != nullptr ? st->baud : 0);
+    if (!set_timeouts(h, interval_ms(st), 0, budget)) return 0;
     DWORD done = 0;
-    if (!WriteFile(to_handle(port), buf, DWORD(len), &done, nullptr)) note_last_error("WriteFile");
+    if (!WriteFile(h, buf, DWORD(len), &done, nullptr)) after_failed_io(port, "WriteFile");
+    vk_interrupt_point();
     return uint32_t(done);
 }
 
@@ -126,6 +210,7 @@ int serial_change_br(SerialPort port, uint32_t baud) {
     dcb.Parity = NOPARITY;
     dcb.StopBits = ONESTOPBIT;
     if (!SetCommState(h, &dcb)) return -2;
+    if (SerialPortState *st = serial_state(port)) st->baud = baud;
     return 0;
 }
 

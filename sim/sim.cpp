@@ -36,6 +36,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "serial/serial_linux_baud.h"
 #include "sim/model.h"
 
 #if defined(__GNUC__) || defined(__clang__)
@@ -214,8 +215,26 @@ bool write_all(Sim *s, const uint8_t *data, size_t len) {
     return true;
 }
 
-// One byte per 10 bit times when pacing, in small slices.
+// The rate the tool set on its side of the line (0 when unknown).
+uint32_t tool_baud(const Sim *s) {
+    unsigned baud = 0;
+    if (s->slave < 0 || vk_linux_get_baud(s->slave, &baud) != 0) return 0;
+    return baud;
+}
+
+bool write_paced_as_is(Sim *s, const uint8_t *data, size_t len);
+
+// One byte per 10 bit times when pacing, in small slices; what a wrong baud
+// rate makes of the bytes (garble_baud).
 bool write_paced(Sim *s, const uint8_t *data, size_t len) {
+    const uint32_t heard = s->cfg.faults.garble_baud == 0 ? 0 : tool_baud(s);
+    if (heard == 0) return write_paced_as_is(s, data, len);
+    std::vector<uint8_t> garbled =
+        sim_garble(std::vector<uint8_t>(data, data + len), s->cfg.faults.garble_baud, heard);
+    return garbled.empty() || write_paced_as_is(s, garbled.data(), garbled.size());
+}
+
+bool write_paced_as_is(Sim *s, const uint8_t *data, size_t len) {
     if (s->byte_us <= 0) return write_all(s, data, len);
     size_t done = 0;
     while (done < len) {
@@ -376,9 +395,27 @@ bool take_unit(Sim *s, const SimUnit &u) {
     return true;
 }
 
+bool process_bytes(Sim *s, const uint8_t *chunk, size_t n);
+
 // Feeds a chunk read from the master. Returns false once the receiver has
-// hung up; the bytes after the frame that triggered it are dropped unrecorded.
+// hung up; the bytes after the frame (or the byte count) that triggered it
+// are dropped unrecorded.
 bool process(Sim *s, const uint8_t *chunk, size_t n) {
+    const uint32_t hang_at = s->cfg.faults.hang_up_after_bytes;
+    if (hang_at > 0) {
+        uint64_t room = hang_at - s->bytes_in.load();
+        if (n >= room) {
+            // The bytes up to the limit are taken as usual, then the line goes.
+            if (!process_bytes(s, chunk, size_t(room))) return false;
+            vlog(s, "hanging up after %u bytes", hang_at);
+            hang_up(s);
+            return false;
+        }
+    }
+    return process_bytes(s, chunk, n);
+}
+
+bool process_bytes(Sim *s, const uint8_t *chunk, size_t n) {
     size_t recorded = 0;
     SimUnit u;
     if (s->model->quiet) s->held.store(true);  // until the model says otherwise
@@ -466,6 +503,16 @@ void run(Sim *s) {
             continue;
         }
         size_t want = sizeof buf;
+        const int32_t read_limit = s->cfg.faults.stop_reading_after_bytes;
+        if (read_limit >= 0 && !stopping) {
+            // A receiver that stopped reading: the line fills up behind it.
+            uint64_t got = s->bytes_in.load();
+            if (got >= uint64_t(read_limit)) {
+                sleep_us(int64_t(kPollMs) * 1000);
+                continue;
+            }
+            if (uint64_t(read_limit) - got < want) want = size_t(uint64_t(read_limit) - got);
+        }
         // While draining for sim_stop the line is read as fast as it comes.
         if (s->byte_us > 0 && !stopping) {
             if (now < s->in_next_us) {
@@ -473,7 +520,7 @@ void run(Sim *s) {
                 sleep_us(wait < kPollMs * 1000 ? wait : kPollMs * 1000);
                 continue;
             }
-            want = s->pace_chunk;
+            if (s->pace_chunk < want) want = s->pace_chunk;
         }
         pollfd p{s->master, POLLIN, 0};
         int r = poll(&p, 1, kPollMs);

@@ -121,6 +121,22 @@ struct SimFaults {
     // 'B' 'K' frames, refusals included): the last byte of their check value
     // goes out inverted. The tool matches these answers without that byte.
     bool ack_bad_crc = false;
+
+    // The line itself, for the tool's robustness. These act on the bytes,
+    // whatever the platform.
+    // Hang up once this many bytes have come from the tool (0: never), as an
+    // unplugged adapter does: the master and the sim's slave descriptor are
+    // closed; the bytes up to the limit are recorded, later ones are not.
+    uint32_t hang_up_after_bytes = 0;
+    // Stop reading the line once this many bytes have come from the tool
+    // (-1: never; 0: read nothing at all): the line's buffer fills and the
+    // tool's writes stall. sim_stop reads the rest as it drains the line.
+    int32_t stop_reading_after_bytes = -1;
+    // 0: off; else the receiver talks at this rate while the tool listens at
+    // the rate it set on the port: what the tool reads is what a UART at its
+    // own rate makes of that line signal (sim_garble), as with a wrong baud
+    // rate. The record is not affected.
+    uint32_t garble_baud = 0;
 };
 
 struct SimConfig {
@@ -278,5 +294,12 @@ int64_t sim_last_answer_end_us(const Sim *sim);
 // The same clock at which the latest bytes from the tool counted as received
 // (with pacing: when their last byte would have crossed the wire).
 int64_t sim_last_input_end_us(const Sim *sim);
-// True once the receiver has hung up (close_after_frames).
+// True once the receiver has hung up (close_after_frames, hang_up_after_bytes).
 bool sim_hung_up(const Sim *sim);
+
+// What a UART listening at heard_baud reads from bytes sent at sent_baud
+// (8N1, LSB first, back to back, an idle line high before and after): it
+// waits for a falling edge, samples each bit in the middle of its own bit
+// time, and delivers a byte per start bit it saw (framing errors included).
+std::vector<uint8_t> sim_garble(const std::vector<uint8_t> &sent, uint32_t sent_baud,
+                                uint32_t heard_baud);

@@ -81,6 +81,11 @@ const char kUsage[] =
     "                           ($PSTM<NAME>BUSY, $<address>,BUSY)\n"
     "  --ack-bad-crc            sta8100/tq934n: binary answers go out with the last\n"
     "                           byte of their check value inverted\n"
+    "  --hang-up-after-bytes N  hang up (as an unplugged adapter) once N bytes came\n"
+    "  --stop-reading-after N   stop reading the line once N bytes came (0: read\n"
+    "                           nothing); the tool's writes then stall\n"
+    "  --garble-baud BAUD       talk at BAUD while the tool listens at its own\n"
+    "                           rate: the tool reads what a baud mismatch makes\n"
     "  --exit-after-idle MS     exit once a client has sent something and the\n"
     "                           line has then been quiet for MS (chatter does\n"
     "                           not count; pick MS above the tool's longest wait)\n"
@@ -258,6 +263,17 @@ int main(int argc, char **argv) {
         } else if (opt == "--ymodem-before-c") {
             if (!take_u32(&cfg.faults.ymodem_bytes_before_c))
                 return usage_error("%s needs a number", opt.c_str());
+        } else if (opt == "--hang-up-after-bytes") {
+            if (!take_u32(&n) || n == 0)
+                return usage_error("%s needs a number of at least 1", opt.c_str());
+            cfg.faults.hang_up_after_bytes = n;
+        } else if (opt == "--stop-reading-after") {
+            if (!take_u32(&n) || n > 0x7FFFFFFF)
+                return usage_error("%s needs a number", opt.c_str());
+            cfg.faults.stop_reading_after_bytes = int32_t(n);
+        } else if (opt == "--garble-baud") {
+            if (!take_u32(&n) || n == 0) return usage_error("%s needs a baud rate", opt.c_str());
+            cfg.faults.garble_baud = n;
         } else if (opt == "--exit-after-idle") {
             if (!take_u32(&exit_after_idle_ms) || exit_after_idle_ms == 0)
                 return usage_error("%s needs milliseconds", opt.c_str());

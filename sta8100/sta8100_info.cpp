@@ -50,8 +50,9 @@ uint32_t ST_GetNmeaEphInfo(const char *path) {
         vk_log("[DEBUG] weeknum: %d, toe: %d\n", int(s.start_week), int(s.start_tow));
         s.start_time = gps_to_utc(s.start_week, int32_t(s.start_tow), 18);
         s.end_time = s.start_time + 7200;
-        vk_log("[DEBUG] GpsTimeStartSec: %lu\n", (unsigned long)s.start_time);
-        vk_log("[DEBUG] GpsTimeEndSec: %lu\n", (unsigned long)s.end_time);
+        // The seconds in all 64 bits on every OS (long has 32 on Windows).
+        vk_log("[DEBUG] GpsTimeStartSec: %llu\n", (unsigned long long)s.start_time);
+        vk_log("[DEBUG] GpsTimeEndSec: %llu\n", (unsigned long long)s.end_time);
     }
     fclose(f);
     snprintf(s.type, sizeof s.type, "GPS");

@@ -5,7 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/file.h"
 #include "core/log.h"
+#include "core/number.h"
 #include "core/result.h"
 #include "sta8100/sta8100.h"
 #include "toolkit/checksum.h"
@@ -49,8 +51,8 @@ DateTime6 time_of(const StTime *t) {
         Vk_GetCurrentDateTime(&now);
         d = {now.year, now.month, now.day, now.hour, now.minute, now.second};
     } else {
-        sscanf(t->text, "%d-%d-%d-%d:%d:%d", &d.year, &d.month, &d.day, &d.hour, &d.minute,
-               &d.second);
+        vk_scan_ints(t->text, "%d-%d-%d-%d:%d:%d", &d.year, &d.month, &d.day, &d.hour, &d.minute,
+                     &d.second);
     }
     return d;
 }
@@ -173,7 +175,8 @@ uint32_t STA8100_CheckBinCmdRsp(SerialPort port, uint32_t id) {
                                .nothing_read = VK_ERR_COMMAND,
                                .read_size = 1024,
                                .slice_ms = 3000,
-                               .stop_when_silent = true},
+                               .stop_when_silent = true,
+                               .frame_start = expected},
                               vk_judge_ack, &w);
     if (r == VK_ERR_COMMAND) vk_log("[ERROR] Without response.\n");
     return r;
@@ -282,7 +285,7 @@ bool eph_total(const char *path, uint32_t *total) {
 }
 
 uint32_t STA8100_SendEphData_Internal(SerialPort port, const char *path, uint32_t total) {
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return STA8100_ERR_EPH_OPEN;
@@ -302,9 +305,11 @@ uint32_t STA8100_SendEphData_Internal(SerialPort port, const char *path, uint32_
             result = STA8100_ERR_EPH_FILE;
             break;
         }
-        g_nmea_sent += serial_write(port, line, strlen(line));
+        const uint32_t written = serial_write(port, line, strlen(line));
+        g_nmea_sent += written;
         vk_log("[PROGRESS] %.2f%%\r\n", double(percent(g_nmea_sent, total)));
         if (g_nmea_sent == total) result = VK_OK;
+        if (written < strlen(line)) break;  // the line did not go out whole: unfinished
         platform_sleep(15000);
     }
     fclose(f);
@@ -316,7 +321,7 @@ uint32_t STA8100_SendEphData_Internal(SerialPort port, const char *path, uint32_
 }
 
 uint32_t STA8100_SendEphDataByBP_Internal(SerialPort port, const char *path, uint32_t total) {
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return STA8100_ERR_EPH_OPEN;
@@ -338,20 +343,24 @@ uint32_t STA8100_SendEphDataByBP_Internal(SerialPort port, const char *path, uin
         // "x 4", not "x 256": a frame longer than 255 bytes is mis-sized, as
         // the receivers have always been sent it.
         const uint32_t len = uint32_t(frame[1]) * 4 + frame[2];
-        fread(frame + 3, 1, len + 3, f);
+        // A frame cut short by the end of the file fails as a wrong CRC would:
+        // none of it is sent.
+        const size_t got = fread(frame + 3, 1, len + 3, f);
         const uint32_t crc = Vk_Check_CRC24Q(0, frame, len + 3);
         const uint8_t *stored = frame + len + 3;
-        if (stored[0] != uint8_t(crc >> 16) || stored[1] != uint8_t(crc >> 8) ||
+        if (got != len + 3 || stored[0] != uint8_t(crc >> 16) || stored[1] != uint8_t(crc >> 8) ||
             stored[2] != uint8_t(crc)) {
             vk_log("[ERROR] EPH file crc failed.\n");
             vk_log("[ERROR] errror: %02X %02X %02X\n", stored[0], stored[1], stored[2]);
             result = STA8100_ERR_EPH_FILE;
             break;
         }
-        g_rtcm_sent += serial_write(port, frame, len + 6);
+        const uint32_t written = serial_write(port, frame, len + 6);
+        g_rtcm_sent += written;
         vk_log("[PROGRESS] %.2f%%,%d,%d\r\n", double(percent(g_rtcm_sent, total)), int(g_rtcm_sent),
                int(total));
         if (g_rtcm_sent == total) result = VK_OK;
+        if (written < len + 6) break;  // the frame did not go out whole: unfinished
         platform_sleep(15000);
     }
     fclose(f);

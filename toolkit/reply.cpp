@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/log.h"
+#include "core/number.h"
 #include "serial/serial.h"
 #include "toolkit/checksum.h"
 
@@ -50,6 +51,37 @@ int Vk_ProcessSerialData(char *buf, uint32_t *len, char *carry, uint32_t *carry_
     return 1;
 }
 
+void vk_count_noise(VkLineNoise *noise, const uint8_t *buf, uint32_t len,
+                    const uint8_t *frame_start) {
+    for (uint32_t i = 0; i < len; ++i) {
+        const uint8_t b = buf[i];
+        ++noise->bytes;
+        if (!((b >= 0x20 && b < 0x7F) || b == '\r' || b == '\n' || b == '\t')) ++noise->unprintable;
+        if (frame_start != nullptr && noise->last == frame_start[0] && b == frame_start[1])
+            noise->frame_start = true;
+        noise->last = b;
+    }
+}
+
+bool vk_looks_garbled(const VkLineNoise &noise) {
+    return noise.bytes >= 8 && noise.unprintable * 2 > noise.bytes && !noise.frame_start;
+}
+
+namespace {
+
+// A wait that failed on bytes that look like line noise gets a hint, once a
+// run: a wrong baud rate is the usual cause, and nothing else would say so.
+void hint_if_garbled(SerialPort port, const VkLineNoise &noise) {
+    static bool hinted = false;
+    if (hinted || !vk_looks_garbled(noise)) return;
+    hinted = true;
+    fprintf(stderr, "vkagnss: replies from %s look garbled: is the baud rate right?\n",
+            serial_port_name(port));
+    fflush(stderr);
+}
+
+}  // namespace
+
 uint32_t Vk_WaitReply(SerialPort port, const VkReplyWait &how, VkReplyJudge judge, void *state) {
     uint32_t result = how.initial;
     // One byte more than a slice reads keeps the text NUL-terminated.
@@ -63,12 +95,15 @@ uint32_t Vk_WaitReply(SerialPort port, const VkReplyWait &how, VkReplyJudge judg
     uint32_t carry_len = 0;
     uint64_t start = Vk_ClockGetTimeMs();
     uint64_t elapsed = 0;
+    VkLineNoise noise;
     for (;;) {
         memset(buf, 0, size + 1);
         uint32_t n = serial_read(port, buf, size, how.slice_ms);
+        vk_count_noise(&noise, reinterpret_cast<const uint8_t *>(buf), n, how.frame_start);
         if (n == 0) {
             result = how.nothing_read;
-            if (how.stop_when_silent) break;
+            // A port that went away answers nothing ever again: end as a time-out.
+            if (how.stop_when_silent || serial_port_gone(port)) break;
         } else {
             if (how.join_partial)
                 Vk_ProcessSerialData(buf, &n, carry, &carry_len, size, VK_REPLY_CARRY);
@@ -81,6 +116,7 @@ uint32_t Vk_WaitReply(SerialPort port, const VkReplyWait &how, VkReplyJudge judg
         if (result == 0 || Vk_CalculateElapsedTime(start, how.timeout_ms, &elapsed)) break;
     }
     free(buf);
+    if (result != 0) hint_if_garbled(port, noise);
     return result;
 }
 
@@ -116,7 +152,7 @@ std::string vk_reply_line(const char *found, const char *buf, uint32_t len) {
 bool vk_checksum_text_matches(const char *body, const char *received) {
     char computed[16];
     snprintf(computed, sizeof computed, "%x", Vk_NMEA_Support_Checksum(body));
-    return atoi(received) == atoi(computed);
+    return vk_atoi(received) == vk_atoi(computed);
 }
 
 bool vk_split_and_check(const std::string &text, std::string *body, const char *mismatch) {
@@ -126,6 +162,6 @@ bool vk_split_and_check(const std::string &text, std::string *body, const char *
     if (vk_checksum_text_matches(body->c_str(), received.c_str())) return true;
     char computed[16];
     snprintf(computed, sizeof computed, "%x", Vk_NMEA_Support_Checksum(body->c_str()));
-    vk_log(mismatch, atoi(received.c_str()), atoi(computed));
+    vk_log(mismatch, vk_atoi(received.c_str()), vk_atoi(computed));
     return false;
 }

@@ -30,7 +30,25 @@ struct VkReplyWait {
     bool join_partial = false;      // carry a trailing partial sentence into the next read
     bool echo = false;              // print every read as "[<ms clock>] <text>\n"
     bool stop_when_silent = false;  // a slice that brings nothing ends the wait at once
+    // Binary replies: the first two bytes of every frame of the protocol
+    // (null for text). Seeing them tells a line at the right rate.
+    const uint8_t *frame_start = nullptr;
 };
+
+// What came during one wait, to tell line noise (a wrong baud rate) from a
+// receiver that said something else.
+struct VkLineNoise {
+    uint32_t bytes = 0;        // bytes that came
+    uint32_t unprintable = 0;  // of those, neither printable ASCII nor CR, LF or tab
+    bool frame_start = false;  // a binary frame's first two bytes came, in a row
+    int last = -1;             // the previous byte (-1: none yet)
+};
+// Counts len bytes into *noise; frame_start as in VkReplyWait.
+void vk_count_noise(VkLineNoise *noise, const uint8_t *buf, uint32_t len,
+                    const uint8_t *frame_start);
+// Whether what came looks like line noise: at least 8 bytes, more than half
+// of them unprintable, and (for binary replies) never a frame's start.
+bool vk_looks_garbled(const VkLineNoise &noise);
 
 // Judges one read with the caller's own state: buf holds len bytes and a
 // terminating NUL; current is the wait's result so far.

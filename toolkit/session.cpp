@@ -28,7 +28,9 @@ uint32_t Vk_OpenPort(const char *name, int baud, const char *open_failed, Serial
     *port = serial_open(name, uint32_t(baud));
     if (serial_is_open(*port)) return VK_OK;
     vk_log(open_failed, name);
-    fprintf(stderr, "vkagnss: %s\n", serial_last_error().what);  // the reason, for the operator
+    char why[1024];
+    serial_explain_open_failure(name, why, sizeof why);
+    fprintf(stderr, "vkagnss: %s\n", why);  // the reason, for the operator
     return VK_ERR_PORT_OPEN;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "core/file.h"
 #include "core/log.h"
 #include "toolkit/gnss_time.h"
 
@@ -31,7 +32,7 @@ FILE *vk_open_summary_file(const char *path, const char *ext, uint32_t *size) {
         vk_log("[ERROR] File format error\n");
         return nullptr;
     }
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return nullptr;
@@ -55,7 +56,7 @@ void vk_summary_time(VkEphSummary &s, uint32_t start_week, uint32_t week, uint32
 }
 
 bool vk_path_size(const char *path, uint32_t *size) {
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return false;

@@ -1,6 +1,7 @@
 // Temporary files that must not outlive the run: registered paths are removed
-// when the caller is done with them, and also when the process is stopped by
-// SIGINT, SIGTERM or SIGHUP (a console close or Ctrl-C on Windows).
+// when the caller is done with them, and also when the run is interrupted
+// (SIGINT, SIGTERM or SIGHUP; Ctrl-C, Ctrl-Break or a console close on
+// Windows; see core/interrupt.h).
 #pragma once
 
 // Registers path (copied; up to 1023 characters) for removal; false when the

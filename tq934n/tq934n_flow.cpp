@@ -7,6 +7,7 @@
 
 #include "core/getopt.h"
 #include "core/log.h"
+#include "core/number.h"
 #include "core/options.h"
 #include "toolkit/session.h"
 #include "tq934n/tq934n.h"
@@ -56,9 +57,9 @@ uint32_t parse_time(const char *text, VkTimeAid *time) {
     const char *fields[4];
     r = vk_take_fields(copy, kMissing, fields);
     if (r != VK_OK) return r;
-    time->type = atoi(fields[0]);
+    time->type = vk_atoi(fields[0]);
     snprintf(time->utc, sizeof time->utc, "%.32s", fields[1]);
-    time->leap = atoi(fields[2]);
+    time->leap = vk_atoi(fields[2]);
     snprintf(time->accuracy, sizeof time->accuracy, "%.17s", fields[3]);
     time->enable = 1;
     vk_log("[INFO] Time Enable:%d,Mode:%d,Time:%s,LeapSec:%d,Accuracy:%s\n", time->enable,

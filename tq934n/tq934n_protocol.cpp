@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "core/log.h"
+#include "core/number.h"
 #include "toolkit/exchange.h"
 #include "toolkit/frame.h"
 #include "toolkit/gnss_time.h"
@@ -110,8 +111,8 @@ void log_hex(const char *caption, const uint8_t *bytes, uint32_t n) {
 uint32_t TQ934N_SendAidTimeByBP(SerialPort port, const VkTimeAid *time) {
     VkDateTime t{};
     if (time->type == 0) {
-        sscanf(time->utc, "%d-%d-%d-%d:%d:%d:%d", &t.year, &t.month, &t.day, &t.hour, &t.minute,
-               &t.second, &t.millisecond);
+        vk_scan_ints(time->utc, "%d-%d-%d-%d:%d:%d:%d", &t.year, &t.month, &t.day, &t.hour,
+                     &t.minute, &t.second, &t.millisecond);
     } else {
         Vk_GetCurrentDateTime(&t);
     }
@@ -151,6 +152,7 @@ uint32_t TQ934N_SendAidTimeByBP(SerialPort port, const VkTimeAid *time) {
         if (n == 0) {
             result = VK_ERR_NO_REPLY;
             vk_log(" No data received\n");
+            if (serial_port_gone(port)) return result;  // the endless wait has nothing to wait for
             continue;
         }
         if (n <= 5) {

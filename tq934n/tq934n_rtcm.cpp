@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/file.h"
 #include "core/log.h"
 #include "core/result.h"
 #include "toolkit/gnss_time.h"
@@ -137,6 +138,7 @@ uint32_t wait_block_ack(SerialPort port, char *buf) {
     do {
         memset(buf, 0, VK_REPLY_BUFFER);
         uint32_t n = serial_read(port, buf, VK_REPLY_BUFFER, 200);
+        if (n == 0 && serial_port_gone(port)) break;  // nothing will ever come
         const uint8_t *b = reinterpret_cast<const uint8_t *>(buf);
         for (uint32_t i = 0; i <= 8 && i + 6 <= n; ++i)
             if (b[i] == 'B' && b[i + 1] == 'K' && b[i + 4] == 0x3C && b[i + 5] <= 0x01)
@@ -147,7 +149,7 @@ uint32_t wait_block_ack(SerialPort port, char *buf) {
 
 uint32_t TQ934N_SendEphDataByBP_Internal(SerialPort port, const char *path, uint32_t total,
                                          int mode) {
-    FILE *f = fopen(path, "rb");
+    FILE *f = vk_fopen_regular(path);
     if (f == nullptr) {
         perror("fopen");
         return TQ934N_ERR_EPH_OPEN;
@@ -164,11 +166,19 @@ uint32_t TQ934N_SendEphDataByBP_Internal(SerialPort port, const char *path, uint
         fclose(f);
         return VK_ERR_COMMAND;
     }
-    uint8_t block[TQ934N_BLOCK];
+    uint8_t block[TQ934N_BLOCK] = {};
     for (;;) {
         size_t n = fread(block, 1, sizeof block, f);
         if (n == 0) break;
         uint32_t sent = serial_write(port, block, uint32_t(n));
+        if (sent < n) {
+            // The block did not go out whole (the port went away, or the
+            // receiver stopped taking data): the file stays unfinished.
+            already_send += sent;
+            vk_log("[PROGRESS] %.2f%%\r\n", double(percent(already_send, total)));
+            result = VK_ERR_COMMAND;
+            break;
+        }
         // A missing acknowledgement only costs its wait: the transfer goes on.
         result = wait_block_ack(port, reply);
         already_send += sent;

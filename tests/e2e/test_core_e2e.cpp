@@ -37,7 +37,7 @@ TEST(CoreE2E, NoArgumentsAsksForParameters) {
     EXPECT_EQ(mask(r.out), std::string(kBanner) +
                                "[SSS.mmm][ERROR] Please input param , example ./vkagnss.exe -m "
                                "AG33XX -p COM3\n");
-    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(r.status, expected_status(0xFFFFFFFF));
     EXPECT_EQ(r.err, "");
 }
 
@@ -46,20 +46,20 @@ TEST(CoreE2E, OneArgumentIsTooFewEvenWhenItIsDashS) {
     EXPECT_EQ(mask(r.out), std::string(kBanner) +
                                "[SSS.mmm][ERROR] Please input param , example ./vkagnss.exe -m "
                                "AG33XX -p COM3\n");
-    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(r.status, expected_status(0xFFFFFFFF));
 }
 
 TEST(CoreE2E, SupportedModelsListedInTableOrder) {
     ToolRun r = run_tool({"-S", "x"});
     EXPECT_EQ(mask(r.out), std::string(kBanner) + expected_model_list());
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 TEST(CoreE2E, DashSAnywhereAfterEarlierOptionsTakeEffect) {
     ToolRun r = run_tool({"-m", "DW2207B", "-R", "1", "-T", "7", "-S", "-o", "online"});
     EXPECT_EQ(mask(r.out), std::string(kBanner) + "[SSS.mmm][INFO] RTS :1\n" +
                                "[SSS.mmm][INFO] DTR :7\n" + expected_model_list());
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 TEST(CoreE2E, NonNumericLevelIsZero) {
@@ -74,7 +74,7 @@ TEST(CoreE2E, ModeWithCapitalIsRefused) {
                                "[SSS.mmm][ERROR] Please input param , example ./vkagnss -m DW2207B "
                                "-o online\n" +
                                kFailAll);
-    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(r.status, expected_status(0xFFFFFFFF));
 }
 
 TEST(CoreE2E, OfflineModeIsRefusedForDw2207b) {
@@ -83,7 +83,7 @@ TEST(CoreE2E, OfflineModeIsRefusedForDw2207b) {
                                "[SSS.mmm][ERROR] Please input param , example ./vkagnss -m DW2207B "
                                "-o online\n" +
                                kFailAll);
-    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(r.status, expected_status(0xFFFFFFFF));
 }
 
 TEST(CoreE2E, UnknownModel) {
@@ -91,7 +91,7 @@ TEST(CoreE2E, UnknownModel) {
     EXPECT_EQ(mask(r.out),
               std::string(kBanner) +
                   "[SSS.mmm][ERROR] Not support XY1234 or not support Offline Agnss\n" + kFailAll);
-    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(r.status, expected_status(0xFFFFFFFF));
 }
 
 TEST(CoreE2E, ModelNameIsCutAtFifteenCharacters) {
@@ -133,7 +133,7 @@ TEST(CoreE2E, MissingModelLandsOnTheFirstPlatform) {
     ToolRun r = run_tool({"-o", "online", "-p", "COM3"});
     EXPECT_EQ(mask(r.out),
               std::string(kBanner) + hd8xxx_online_usage("[SSS.mmm][INFO] Port: COM3\n"));
-    EXPECT_EQ(r.status, 0x12);
+    EXPECT_EQ(r.status, expected_status(0x102));
 }
 
 TEST(CoreE2E, PlatformWithoutInformationEntryRefusesFourArguments) {
@@ -159,6 +159,9 @@ TEST(CoreE2E, ValueMissingAtTheEndCountsAsNotGiven) {
 }
 
 TEST(CoreE2E, VeryLongArgumentsDoNotHurt) {
+    if (under_wine())
+        GTEST_SKIP() << "wine refuses command lines over 32 K characters (the Windows limit), "
+                        "and this one has 400 K";
     std::string huge(100000, 'A');
     ToolRun r = run_tool({"-m", huge, "-o", huge, "-R", huge, "-T", huge});
     EXPECT_EQ(mask(r.out), std::string(kBanner) + "[SSS.mmm][INFO] RTS :0\n" +
@@ -166,5 +169,5 @@ TEST(CoreE2E, VeryLongArgumentsDoNotHurt) {
                                "[SSS.mmm][ERROR] Not support AAAAAAAAAAAAAAA or not support "
                                "Offline Agnss\n" +
                                kFailAll);
-    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(r.status, expected_status(0xFFFFFFFF));
 }

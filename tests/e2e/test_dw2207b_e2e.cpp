@@ -119,7 +119,7 @@ TEST_F(Dw2207bE2E, FullInjection) {
                   progress_lines(frames, (long long)file.size()) +
                   "[SSS.mmm][INFO] DW2207B Send EphData ret: 0x0\n" + kSuccess);
     EXPECT_EQ(r.err, "");
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 TEST_F(Dw2207bE2E, PortAndBaudOnlyOpensClosesAndSucceeds) {
@@ -128,18 +128,18 @@ TEST_F(Dw2207bE2E, PortAndBaudOnlyOpensClosesAndSucceeds) {
     SimRecord rec = finish();
     EXPECT_TRUE(rec.raw.empty());
     EXPECT_EQ(out_of(r), head() + kOpen + kSuccess);
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 TEST_F(Dw2207bE2E, StartWayNamesChooseTheResetArgument) {
     start();
     ToolRun r = run_tool(args({"-sWARM"}));
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
     r = run_tool(args({"-scold"}));
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
     EXPECT_NE(mask(r.out).find("[SSS.mmm][INFO] Start way:cold\n"), std::string::npos);
     r = run_tool(args({"-sNONE"}));
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
     SimRecord rec = finish();
     EXPECT_EQ(rec.sentences,
               (std::vector<std::string>{nmea("$RESET,0,h01"), nmea("$RESET,0,hFF")}));
@@ -162,7 +162,7 @@ TEST_F(Dw2207bE2E, SilentReceiverFailsTheRestartAndSkipsTheRest) {
                              "[SSS.mmm] Start cmd:" + nmea("$RESET,0,h00") +
                              "[SSS.mmm][INFO] DW2207B Send StartWay ret: 0x200\n" +
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x200]\n");
-    EXPECT_EQ(r.status, 32);
+    EXPECT_EQ(r.status, expected_status(0x200));
 }
 
 TEST_F(Dw2207bE2E, ReceiverAnsweringGarbageOnceThenNothingGivesNoReply) {
@@ -179,7 +179,7 @@ TEST_F(Dw2207bE2E, ReceiverAnsweringGarbageOnceThenNothingGivesNoReply) {
                        "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x200]\n"),
               std::string::npos);
     EXPECT_EQ(out.find("RECV ACK ok"), std::string::npos);
-    EXPECT_EQ(r.status, 32);
+    EXPECT_EQ(r.status, expected_status(0x200));
 }
 
 TEST_F(Dw2207bE2E, RefusedPositionFollowedBySilenceGivesNoReply) {
@@ -196,7 +196,7 @@ TEST_F(Dw2207bE2E, RefusedPositionFollowedBySilenceGivesNoReply) {
                   "[SSS.mmm] AID POS cmd: " + nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0") +
                   "[SSS.mmm][INFO] DW2207B Send Pos ret: 0x200\n" +
                   "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x200]\n");
-    EXPECT_EQ(r.status, 32);
+    EXPECT_EQ(r.status, expected_status(0x200));
 }
 
 TEST_F(Dw2207bE2E, ReceiverThatStopsAnsweringFailsTheNextStep) {
@@ -215,7 +215,7 @@ TEST_F(Dw2207bE2E, ReceiverThatStopsAnsweringFailsTheNextStep) {
     EXPECT_NE(out.find("[SSS.mmm][INFO] DW2207B Send Time ret: 0x200\n"
                        "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x200]\n"),
               std::string::npos);
-    EXPECT_EQ(r.status, 32);
+    EXPECT_EQ(r.status, expected_status(0x200));
 }
 
 TEST_F(Dw2207bE2E, SplitDelayedAndNoisyRepliesAreStillAccepted) {
@@ -234,7 +234,7 @@ TEST_F(Dw2207bE2E, SplitDelayedAndNoisyRepliesAreStillAccepted) {
     std::string out = out_of(r);
     EXPECT_NE(out.find("[SSS.mmm][INFO] DW2207B Send Pos ret: 0x0\n" + std::string(kSuccess)),
               std::string::npos);
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 TEST_F(Dw2207bE2E, TimeFromTheComputerClock) {
@@ -248,7 +248,7 @@ TEST_F(Dw2207bE2E, TimeFromTheComputerClock) {
             R"(\$AIDTIME,20\d\d,\d{1,2},\d{1,2},\d{1,2},\d{1,2},\d{1,2},0\*[0-9A-F]{2}\r\n)")))
         << rec.sentences[0];
     EXPECT_EQ(rec.bad_checksums, 0u);
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 TEST_F(Dw2207bE2E, ZeroLongitudeRefusesThePosition) {
@@ -264,7 +264,7 @@ TEST_F(Dw2207bE2E, ZeroLongitudeRefusesThePosition) {
                   "[SSS.mmm][ERROR] lat[5147.790000] or lon[0.000000] is none,no send pos\n" +
                   "[SSS.mmm][INFO] DW2207B Send Pos ret: 0x102\n" +
                   "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n");
-    EXPECT_EQ(r.status, 18);
+    EXPECT_EQ(r.status, expected_status(0x102));
 }
 
 TEST_F(Dw2207bE2E, EmptyFileEndsWithCommandFailure) {
@@ -280,7 +280,7 @@ TEST_F(Dw2207bE2E, EmptyFileEndsWithCommandFailure) {
                              path + "] to module failed\n" +
                              "[SSS.mmm][INFO] DW2207B Send EphData ret: 0x107\n" +
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x107]\n");
-    EXPECT_EQ(r.status, 0x17);
+    EXPECT_EQ(r.status, expected_status(0x107));
 }
 
 TEST_F(Dw2207bE2E, FileEndingInsideAHeaderIsMalformedAfterAllFramesWentOut) {
@@ -303,7 +303,7 @@ TEST_F(Dw2207bE2E, FileEndingInsideAHeaderIsMalformedAfterAllFramesWentOut) {
                                  "[SSS.mmm][ERROR] send [" + path + "] to module failed\n" +
                                  "[SSS.mmm][INFO] DW2207B Send EphData ret: 0x206\n" +
                                  "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x206]\n");
-        EXPECT_EQ(r.status, 38);
+        EXPECT_EQ(r.status, expected_status(0x206));
     }
     SimRecord rec = finish();
     EXPECT_EQ(rec.frames.size(), 6u);
@@ -336,7 +336,7 @@ TEST_F(Dw2207bE2E, BadCrcStopsTheTransferAtThatFrame) {
                              "[SSS.mmm][ERROR] send [" + path + "] to module failed\n" +
                              "[SSS.mmm][INFO] DW2207B Send EphData ret: 0x206\n" +
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x206]\n");
-    EXPECT_EQ(r.status, 38);
+    EXPECT_EQ(r.status, expected_status(0x206));
 }
 
 TEST_F(Dw2207bE2E, TruncatedLastFrameFailsItsCrc) {
@@ -358,7 +358,7 @@ TEST_F(Dw2207bE2E, TruncatedLastFrameFailsItsCrc) {
               std::string::npos)
         << out;
     EXPECT_NE(out.find("[SSS.mmm][INFO] DW2207B Send EphData ret: 0x206\n"), std::string::npos);
-    EXPECT_EQ(r.status, 38);
+    EXPECT_EQ(r.status, expected_status(0x206));
 }
 
 TEST_F(Dw2207bE2E, ReservedHeaderBitsMakeTheFileMalformed) {
@@ -402,7 +402,7 @@ TEST_F(Dw2207bE2E, ReceiverDisappearingMidTransfer) {
                        "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x107]\n"),
               std::string::npos)
         << out;
-    EXPECT_EQ(r.status, 0x17);
+    EXPECT_EQ(r.status, expected_status(0x107));
 }
 
 TEST_F(Dw2207bE2E, PacedReceiverGetsEveryFrame) {
@@ -417,7 +417,7 @@ TEST_F(Dw2207bE2E, PacedReceiverGetsEveryFrame) {
     ToolRun r = run_tool(args({"-sHOT", "-f" + path}));
     SimRecord rec = finish();
     EXPECT_EQ(rec.frames, frames_of(file));
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 TEST_F(Dw2207bE2E, ModemLineLevelsDoNotStopARunOnAPseudoTerminal) {
@@ -426,7 +426,7 @@ TEST_F(Dw2207bE2E, ModemLineLevelsDoNotStopARunOnAPseudoTerminal) {
     finish();
     std::string out = out_of(r);
     EXPECT_NE(out.find("[SSS.mmm][INFO] RTS :1\n[SSS.mmm][INFO] DTR :1\n"), std::string::npos);
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 TEST_F(Dw2207bE2E, RealRecordingsGoOutFrameByFrame) {
@@ -441,7 +441,7 @@ TEST_F(Dw2207bE2E, RealRecordingsGoOutFrameByFrame) {
         EXPECT_EQ(out_of(r), head() + "[SSS.mmm][INFO] File: " + path + "\n" + kOpen +
                                  progress_lines(frames_of(file), (long long)file.size()) +
                                  "[SSS.mmm][INFO] DW2207B Send EphData ret: 0x0\n" + kSuccess);
-        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.status, expected_status(0));
     }
     SimRecord rec = finish();
     auto a = frames_of(read_file(base + "igs-stream-2016-04-06-eph.rtcm3"));
@@ -463,12 +463,12 @@ TEST_F(Dw2207bE2E, UnreadableFileIsRefusedBeforeThePortOpens) {
                              "[SSS.mmm][ERROR] Fail to access " + path +
                              ", errno: 2 (No such file or directory)\n" +
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x103]\n");
-    EXPECT_EQ(r.status, 19);
+    EXPECT_EQ(r.status, expected_status(0x103));
     r = run_tool(args({"-f" + dir()}));
     EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Fail to access " + dir() +
                                ", errno: 21 (Is a directory)\n"),
               std::string::npos);
-    EXPECT_EQ(r.status, 19);
+    EXPECT_EQ(r.status, expected_status(0x103));
     EXPECT_TRUE(finish().raw.empty());
 }
 
@@ -478,11 +478,15 @@ TEST_F(Dw2207bE2E, PortThatCannotBeOpened) {
     EXPECT_EQ(mask(r.out), head() + "[SSS.mmm][INFO] Start way:HOT\n" +
                                "[SSS.mmm][ERROR] Fail to open /dev/vkagnss-no-such-port\n" +
                                "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x104]\n");
-    EXPECT_EQ(r.err, "vkagnss: open /dev/vkagnss-no-such-port: No such file or directory\n");
-    EXPECT_EQ(r.status, 20);
+    // The reason, then the serial ports this machine has (which vary).
+    EXPECT_EQ(r.err.rfind("vkagnss: no such port /dev/vkagnss-no-such-port; ", 0), 0u) << r.err;
+    EXPECT_EQ(r.status, expected_status(0x104));
 }
 
 TEST_F(Dw2207bE2E, PortHeldByAnotherProgramCannotBeOpened) {
+    if (under_wine())
+        GTEST_SKIP() << "wine 8 does not refuse a second open of a COM port that another program "
+                        "holds (Windows does: the tool opens with share mode 0)";
     start();
     SerialPort held = serial_open(port_.c_str(), 115200);
     ASSERT_TRUE(serial_is_open(held));
@@ -491,8 +495,11 @@ TEST_F(Dw2207bE2E, PortHeldByAnotherProgramCannotBeOpened) {
     EXPECT_NE(mask(r.out).find("[SSS.mmm][ERROR] Fail to open " + port_ + "\n" +
                                "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x104]\n"),
               std::string::npos);
-    EXPECT_EQ(r.err, "vkagnss: " + port_ + ": held by another program\n");
-    EXPECT_EQ(r.status, 20);
+    EXPECT_EQ(r.err, "vkagnss: " + port_ +
+                         " is in use by another program (busy, locked or opened exclusively): "
+                         "close that program (a terminal, a modem manager, another vkagnss) and "
+                         "try again\n");
+    EXPECT_EQ(r.status, expected_status(0x104));
     EXPECT_TRUE(finish().raw.empty());
 }
 
@@ -509,11 +516,11 @@ protected:
         if (usage)
             expected +=
                 "[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
-                "./vk_agnss -m DW2207B -f ephemeris.rtcm3 -p COM3 -b 115200 -o online, "
+                "./vk_agnss -m DW2207B -fephemeris.rtcm3 -p COM3 -b 115200 -o online, "
                 "FAIL\n";
         expected += "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n";
         EXPECT_EQ(mask(r.out), expected);
-        EXPECT_EQ(r.status, 18);
+        EXPECT_EQ(r.status, expected_status(0x102));
     }
 };
 
@@ -584,14 +591,14 @@ TEST_F(Dw2207bOptionsE2E, MissingPortOrBaud) {
                                "[SSS.mmm][INFO] Module: DW2207B\n" +
                                "[SSS.mmm][INFO] Baud rate:115200\n" +
                                "[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
-                               "./vk_agnss -m DW2207B -f ephemeris.rtcm3 -p COM3 -b 115200 -o "
+                               "./vk_agnss -m DW2207B -fephemeris.rtcm3 -p COM3 -b 115200 -o "
                                "online, FAIL\n" +
                                "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n");
-    EXPECT_EQ(r.status, 18);
+    EXPECT_EQ(r.status, expected_status(0x102));
     r = run_tool({"-m", "DW2207B", "-o", "online", "-p", "COM3", "-b", "fast"});
     EXPECT_NE(mask(r.out).find("[SSS.mmm][INFO] Baud rate:0\n[SSS.mmm][ERROR] Failed.Please"),
               std::string::npos);
-    EXPECT_EQ(r.status, 18);
+    EXPECT_EQ(r.status, expected_status(0x102));
 }
 
 TEST_F(Dw2207bOptionsE2E, StrayWordEndsTheParse) {
@@ -602,7 +609,7 @@ TEST_F(Dw2207bOptionsE2E, StrayWordEndsTheParse) {
     EXPECT_EQ(mask(r.out), std::string(kBanner) + "[SSS.mmm][INFO] enter DW2207B AgnssOnline\n" +
                                "[SSS.mmm][INFO] Module: DW2207B\n" +
                                "[SSS.mmm][ERROR] Failed.Please input parameters correctly, such as "
-                               "./vk_agnss -m DW2207B -f ephemeris.rtcm3 -p COM3 -b 115200 -o "
+                               "./vk_agnss -m DW2207B -fephemeris.rtcm3 -p COM3 -b 115200 -o "
                                "online, FAIL\n" +
                                "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x102]\n");
 }
@@ -611,7 +618,7 @@ TEST_F(Dw2207bOptionsE2E, UnknownLetterIsReportedAndSkipped) {
     ToolRun r = run_tool({"-m", "DW2207B", "-o", "online", "-x", "-b", "9600"});
     EXPECT_EQ(r.err, "unknown option -- x\n");
     EXPECT_NE(mask(r.out).find("[SSS.mmm][INFO] Baud rate:9600\n"), std::string::npos);
-    EXPECT_EQ(r.status, 18);
+    EXPECT_EQ(r.status, expected_status(0x102));
 }
 
 TEST_F(Dw2207bE2E, SixtyThreeCharacterStringsAreAccepted) {
@@ -629,7 +636,7 @@ TEST_F(Dw2207bE2E, SixtyThreeCharacterStringsAreAccepted) {
         mask(r.out).find("[SSS.mmm][INFO] Pos Enable:1,Lat:31.5,Lon:121.25,Altitude:10,PosAcc:"
                          "55555555555555555[SSS.mmm]"),
         std::string::npos);
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 // A receiver that keeps talking fills every read of the wait, so a wait that
@@ -648,7 +655,7 @@ TEST_F(Dw2207bE2E, ChattyReceiverThatRefusesGivesCommandFailure) {
                              path + "\n" + kOpen + "[SSS.mmm] Start cmd:" + nmea("$RESET,0,h01") +
                              "[SSS.mmm][INFO] DW2207B Send StartWay ret: 0x107\n" +
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x107]\n");
-    EXPECT_EQ(r.status, 0x17);
+    EXPECT_EQ(r.status, expected_status(0x107));
 }
 
 TEST_F(Dw2207bE2E, ChattyReceiverAnsweringOnlyNoiseGivesCommandFailure) {
@@ -662,7 +669,7 @@ TEST_F(Dw2207bE2E, ChattyReceiverAnsweringOnlyNoiseGivesCommandFailure) {
     EXPECT_NE(out_of(r).find("[SSS.mmm][INFO] DW2207B Send Time ret: 0x107\n"
                              "[SSS.mmm][FAIL] vkagnss run fail,ret:[0x107]\n"),
               std::string::npos);
-    EXPECT_EQ(r.status, 0x17);
+    EXPECT_EQ(r.status, expected_status(0x107));
 }
 
 TEST_F(Dw2207bE2E, ChattyHealthyReceiverIsUnderstood) {
@@ -674,7 +681,7 @@ TEST_F(Dw2207bE2E, ChattyHealthyReceiverIsUnderstood) {
     EXPECT_EQ(rec.sentences,
               (std::vector<std::string>{nmea("$RESET,0,h00"),
                                         nmea("$AIDPOS,3150.000000,N,12125.000000,E,10.0")}));
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
 }
 
 // Text becomes a number the same way on every OS: "nan" is not taken as 0,
@@ -683,7 +690,7 @@ TEST_F(Dw2207bE2E, NotANumberIsReadAsSuchAndSent) {
     start();
     ToolRun r = run_tool(args({"-lnan,121.25,10,5"}));
     SimRecord rec = finish();
-    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.status, expected_status(0));
     ASSERT_EQ(rec.sentences.size(), 1u);
     EXPECT_EQ(rec.sentences[0], nmea("$AIDPOS,nan,N,12125.000000,E,10.0"));
 }

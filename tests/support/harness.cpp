@@ -1,4 +1,6 @@
 #include "tests/support/harness.h"
+
+#include "core/result.h"
 #include "tests/support/stamp_mask.h"
 
 #include <fcntl.h>
@@ -8,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <algorithm>
@@ -15,6 +18,7 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <set>
 
 const char kBanner[] =
     "[SSS.mmm][INFO] V1.1.1 <date> <time>\n"
@@ -37,7 +41,7 @@ ToolRun run_program(const char *path, const std::vector<std::string> &args,
         argv.push_back(const_cast<char *>(path));
         for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
         argv.push_back(nullptr);
-        execv(path, argv.data());
+        execvp(path, argv.data());
         _exit(127);
     }
     close(out_pipe[1]);
@@ -68,6 +72,75 @@ ToolRun run_program(const char *path, const std::vector<std::string> &args,
     waitpid(pid, &status, 0);
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return run;
+}
+
+bool under_wine() {
+    const char *exe = getenv("VK_TEST_WINE");
+    return exe != nullptr && exe[0] != '\0';
+}
+
+int expected_status(uint32_t result) {
+    if (!under_wine()) return vk_exit_status(result);
+    const uint32_t low = result & 0xFFu;
+    return (low == 0 && result != 0) ? 1 : int(low);
+}
+
+int expected_interrupt_status(int sig) {
+    if (under_wine() && sig == SIGINT) return expected_status(0xC000013Au);
+    return 128 + sig;
+}
+
+ToolRun run_tool_at(const char *native_path, const std::vector<std::string> &args,
+                    const std::function<void(int pid)> &started) {
+    if (!under_wine()) return run_program(native_path, args, started);
+    // Wine's own notes on standard error would mix with the tool's.
+    static const bool quiet = setenv("WINEDEBUG", "-all", 0) == 0;
+    (void)quiet;
+    std::vector<std::string> wine_args = {getenv("VK_TEST_WINE")};
+    wine_args.insert(wine_args.end(), args.begin(), args.end());
+    return run_program("wine", wine_args, started);
+}
+
+namespace {
+
+std::string wine_dosdevices() {
+    const char *prefix = getenv("WINEPREFIX");
+    if (prefix != nullptr && prefix[0] != '\0') return std::string(prefix) + "/dosdevices/";
+    const char *home = getenv("HOME");
+    return std::string(home ? home : "") + "/.wine/dosdevices/";
+}
+
+// The COM names this process linked; only these are ever removed.
+std::set<std::string> &linked_ports() {
+    static std::set<std::string> ports;
+    return ports;
+}
+
+}  // namespace
+
+std::string port_for_device(const std::string &device_path) {
+    if (!under_wine()) return device_path;
+    // COM10 and above: wine links COM1 onwards to the host's serial ports
+    // when its services start. The link is made only where no other link
+    // is, so tests running in parallel never share a name.
+    constexpr unsigned kFirst = 10, kCount = 246;
+    static unsigned next = 0;
+    const unsigned start = unsigned(getpid()) * 31u + next++;
+    const std::string dir = wine_dosdevices();
+    for (unsigned i = 0; i < kCount; ++i) {
+        const std::string n = std::to_string(kFirst + (start + i) % kCount);
+        if (symlink(device_path.c_str(), (dir + "com" + n).c_str()) == 0) {
+            linked_ports().insert("COM" + n);
+            return "COM" + n;
+        }
+        if (errno != EEXIST) break;
+    }
+    return std::string();
+}
+
+void release_port(const std::string &port) {
+    if (linked_ports().erase(port) == 0) return;
+    unlink((wine_dosdevices() + "com" + port.substr(3)).c_str());
 }
 
 std::string mask(const std::string &out) {

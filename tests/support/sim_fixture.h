@@ -14,11 +14,13 @@
 class SimTest : public ::testing::Test {
 protected:
     void TearDown() override {
+        for (const std::string &p : linked_) release_port(p);
         sim_free(sim_);
         if (!dir_.empty()) remove_tree(dir_);
     }
 
-    // Starts the receiver of a platform; port_ is then its device.
+    // Starts the receiver of a platform; port_ is then the name of its
+    // device for the tool (its path, or under wine a COM port linked to it).
     void start_sim(const char *platform, const SimFaults &faults) {
         SimConfig cfg;
         cfg.platform = platform;
@@ -26,7 +28,9 @@ protected:
         std::string error;
         sim_ = sim_start(cfg, &error);
         ASSERT_NE(sim_, nullptr) << error;
-        port_ = sim_slave_path(sim_);
+        port_ = port_for_device(sim_slave_path(sim_));
+        ASSERT_FALSE(port_.empty()) << "no free COM name for " << sim_slave_path(sim_);
+        linked_.push_back(port_);
     }
 
     // -m model -o mode -p <the receiver's port> -b 115200, then extra.
@@ -62,5 +66,6 @@ protected:
 
     Sim *sim_ = nullptr;
     std::string port_;
+    std::vector<std::string> linked_;  // names from port_for_device, given back after the test
     std::string dir_;
 };
