@@ -81,10 +81,11 @@ int serial_CfgDTR(SerialPort port, uint32_t level);
 // Remembers the levels that serial_open applies (note the order); returns 0.
 int Vk_Uart_ConfigDtrRts(uint32_t dtr, uint32_t rts);
 
-// The quiet time that ends a read once data has started: four character times
-// (40 bit times) at the port's rate, at least 1 ms. From about 40000 baud up
-// it is exactly 1 ms; on slow lines a reply sent in one burst still comes in
-// one read.
+// The quiet time that ends a read once data has started: eight character
+// times (80 bit times) at the port's rate, at least 1 ms. From about 80000
+// baud up it is exactly 1 ms; on slow lines a reply sent in one burst still
+// comes in one read even when the sender is held up for a few milliseconds
+// between bytes (a busy machine behind a virtual or USB port).
 uint32_t serial_quiet_gap_us(uint32_t baud);
 // The longest a write of len bytes may take: its wire time at baud (10 bits a
 // byte) plus one second, in whole milliseconds rounded up.

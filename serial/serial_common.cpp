@@ -77,7 +77,7 @@ void serial_close_all() {
 
 uint32_t serial_quiet_gap_us(uint32_t baud) {
     if (baud == 0) return 1000;
-    uint64_t chars = (40ull * 1000000ull + baud - 1) / baud;
+    uint64_t chars = (80ull * 1000000ull + baud - 1) / baud;
     return chars > 1000 ? uint32_t(chars) : 1000u;
 }
 

@@ -50,7 +50,7 @@ SerialFailure open_failure(DWORD code) {
 
 // Errors that mean the device itself is gone (an unplugged USB adapter).
 bool device_gone(DWORD code) {
-    return code == ERROR_ACCESS_DENIED || code == ERROR_BAD_COMMAND ||
+    return code == ERROR_ACCESS_DENIED || code == ERROR_BAD_COMMAND || code == ERROR_NOT_READY ||
            code == ERROR_DEVICE_NOT_CONNECTED || code == ERROR_GEN_FAILURE ||
            code == ERROR_INVALID_HANDLE || code == ERROR_DEVICE_REMOVED;
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <grp.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -375,6 +376,8 @@ struct HangUp {
     // The run's code: that of the step the hang-up left unfinished (an
     // acknowledgement that never came is 0x200), as the platform reports it.
     uint32_t result;
+    // Whether the run meets the hang-up on a write (else on a read).
+    bool on_write;
 };
 
 std::string rtcm_in(const std::string &dir, const char *name, uint64_t min_size,
@@ -397,25 +400,25 @@ const HangUp kHangUps[] = {
          return std::vector<std::string>{"-m", "DW2207B", "-o", "online",
                                          "-f" + rtcm_in(d, "eph.rtcm3", 100000)};
      },
-     0x107},
+     0x107, true},
     {"Ag33xxOnlineRecords", "ag33xx", 3000,
      [](const std::string &d) {
          return std::vector<std::string>{"-m", "AG33XX", "-o", "online",
                                          "-f" + epo_in(d, EpoGenKind::VGps)};
      },
-     0x200},
+     0x200, false},
     {"Ag33xxOfflineFrames", "ag33xx", 3000,
      [](const std::string &d) {
          return std::vector<std::string>{"-m", "AG33XX", "-o", "offline",
                                          "-f" + epo_in(d, EpoGenKind::Gps)};
      },
-     0x200},
+     0x200, false},
     {"Rz610mxxxxOnlineRecords", "rz610mxxxx", 3000,
      [](const std::string &d) {
          return std::vector<std::string>{
              "-m", "RZ610MXXXX", "-o", "online", "-sCOLD", "-f" + epo_in(d, EpoGenKind::VelpoGps)};
      },
-     0x200},
+     0x200, false},
     {"Hd8xxxOnlineFrames", "hd8xxx", 3000,
      [](const std::string &d) {
          HdbGenConfig cfg;
@@ -423,31 +426,31 @@ const HangUp kHangUps[] = {
          write_file(path, hdbgen_generate(cfg));
          return std::vector<std::string>{"-m", "HD8XXX", "-o", "online", "-f", path};
      },
-     0x200},
+     0x200, false},
     {"Hd8xxxOfflineDownload", "hd8xxx", 6000,
      [](const std::string &d) {
          return std::vector<std::string>{
              "-m", "HD8XXX", "-o", "offline", "-f", rtcm_in(d, "EPH_GPS_BDS.rtcm", 30000)};
      },
-     0x203},
+     0x203, true},
     {"Mj7xxxCommands", "mj7xxx", 10,
      [](const std::string &) {
          return std::vector<std::string>{"-m", "MJ7XXX",           "-o", "online", "-sCOLD",
                                          "-l", "1,31.2,121.4,10,5"};
      },
-     0x200},
+     0x200, false},
     {"Sta8100Stream", "sta8100", 3000,
      [](const std::string &d) {
          return std::vector<std::string>{"-m", "STA8100", "-o", "online",
                                          "-t", "rtcm",    "-f", rtcm_in(d, "eph.rtcm", 20000, "G")};
      },
-     0x107},
+     0x107, true},
     {"Tq934nBlocks", "tq934n", 3000,
      [](const std::string &d) {
          return std::vector<std::string>{"-m", "TQ934N", "-o", "online",
                                          "-s", "HOT",    "-f", rtcm_in(d, "eph.rtcm3", 20000, "G")};
      },
-     0xFFFFFFFF},
+     0xFFFFFFFF, true},
 };
 
 void PrintTo(const HangUp &h, std::ostream *os) { *os << h.name; }
@@ -456,6 +459,8 @@ class HangUpE2E : public RobustE2E, public ::testing::WithParamInterface<HangUp>
 
 TEST_P(HangUpE2E, RunEndsAtTheFirstFailedStepAndSaysThePortWentAway) {
     const HangUp &h = GetParam();
+    if (under_wine() && !h.on_write)
+        GTEST_SKIP() << "wine reports a hung-up pseudo-terminal to a read as a silent line";
     SimFaults f;
     f.hang_up_after_bytes = h.after_bytes;
     start_sim(h.platform, f);
@@ -477,5 +482,93 @@ INSTANTIATE_TEST_SUITE_P(Platforms, HangUpE2E, ::testing::ValuesIn(kHangUps),
                          [](const ::testing::TestParamInfo<HangUp> &p) {
                              return std::string(p.param.name);
                          });
+
+// --- why a port did not open -------------------------------------------------------
+
+TEST_F(RobustE2E, PermissionDeniedNamesTheDevicesGroup) {
+    if (under_wine()) GTEST_SKIP() << "wine maps no POSIX permissions onto COM ports";
+    if (geteuid() != 0 || access("/usr/bin/setpriv", X_OK) != 0)
+        GTEST_SKIP() << "needs root and setpriv to run the tool as a user without access";
+    start_sim("dw2207b", SimFaults());
+    chmod(port_.c_str(), 0600);  // the device's owner alone may open it
+    struct stat st {};
+    ASSERT_EQ(stat(port_.c_str(), &st), 0);
+    const group *g = getgrgid(st.st_gid);
+    ASSERT_NE(g, nullptr);
+    const std::string group_name = g->gr_name;
+    std::vector<std::string> a = {"--reuid=nobody", "--regid=nogroup", "--clear-groups",
+                                  VKAGNSS_BIN};
+    std::vector<std::string> rest = tool_args("DW2207B", "online", {"-sHOT"});
+    a.insert(a.end(), rest.begin(), rest.end());
+    ToolRun r = run_program("/usr/bin/setpriv", a);
+    std::string out = mask(r.out);
+    EXPECT_TRUE(ends_with(out, "[SSS.mmm][ERROR] Fail to open " + port_ + "\n" + fail_line(0x104)))
+        << out << r.err;
+    EXPECT_EQ(r.err, "vkagnss: permission denied on " + port_ + ": it belongs to group " +
+                         group_name + "; join it with \"sudo usermod -aG " + group_name +
+                         " $USER\" and log in again\n");
+    EXPECT_EQ(r.status, expected_status(0x104));
+    EXPECT_TRUE(finish().raw.empty());
+}
+
+TEST_F(RobustE2E, ADeviceThatIsNoTerminalIsNotASerialPort) {
+    if (under_wine()) GTEST_SKIP() << "/dev/null has no COM name";
+    port_ = "/dev/null";
+    ToolRun r = run_tool(tool_args("DW2207B", "online", {"-sHOT"}));
+    EXPECT_TRUE(
+        ends_with(mask(r.out), "[SSS.mmm][ERROR] Fail to open /dev/null\n" + fail_line(0x104)));
+    EXPECT_EQ(r.err, "vkagnss: /dev/null is not a serial device\n");
+    EXPECT_EQ(r.status, expected_status(0x104));
+    // A regular file under the port's name is no port either: nothing is written into it.
+    port_ = dir() + "/ttyFILE";
+    write_file(port_, std::string());
+    r = run_tool(tool_args("DW2207B", "online", {"-sHOT"}));
+    EXPECT_EQ(r.err, "vkagnss: " + port_ + " is not a serial device\n");
+    EXPECT_TRUE(read_file(port_).empty());
+    EXPECT_EQ(r.status, expected_status(0x104));
+}
+
+// --- a wrong baud rate ---------------------------------------------------------------
+
+TEST_F(RobustE2E, GarbledTextRepliesGetTheBaudRateHint) {
+    SimFaults f;
+    f.garble_baud = 9600;  // the module talks at 9600, the port is set to 115200
+    start_sim("dw2207b", f);
+    ToolRun r = run_tool(tool_args("DW2207B", "online", {"-sHOT"}));
+    finish();
+    EXPECT_EQ(r.err, "vkagnss: replies from " + port_ + " look garbled: is the baud rate right?\n");
+    EXPECT_TRUE(ends_with(out_of(r), fail_line(0x200))) << out_of(r);
+    EXPECT_EQ(r.status, expected_status(0x200));
+}
+
+TEST_F(RobustE2E, GarbledBinaryRepliesGetTheBaudRateHint) {
+    SimFaults f;
+    f.garble_baud = 9600;  // the module talks at 9600, the port is set to 115200
+    start_sim("ag33xx", f);
+    EpoFile file = make_epo(dir(), epo_cfg(EpoGenKind::Gps, 1));
+    ToolRun r = run_tool(tool_args("AG33XX", "offline", {"-f" + file.path}));
+    finish();
+    EXPECT_EQ(r.err, "vkagnss: replies from " + port_ + " look garbled: is the baud rate right?\n");
+    // The begin frame's acknowledgement never came.
+    EXPECT_TRUE(ends_with(out_of(r), fail_line(0x206))) << out_of(r);
+    EXPECT_EQ(r.status, expected_status(0x206));
+}
+
+TEST_F(RobustE2E, ASilentOrTalkativeReceiverGetsNoBaudRateHint) {
+    SimFaults silent;
+    silent.silent = true;
+    start_sim("dw2207b", silent);
+    ToolRun r = run_tool(tool_args("DW2207B", "online", {"-sHOT"}));
+    finish();
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.status, expected_status(0x200));
+    SimFaults chatty;
+    chatty.garbage_only = true;  // printable text that never holds the reply
+    start_sim("dw2207b", chatty);
+    r = run_tool(tool_args("DW2207B", "online", {"-sHOT"}));
+    finish();
+    EXPECT_EQ(r.err, "");
+    EXPECT_NE(r.status, 0);
+}
 
 }  // namespace
