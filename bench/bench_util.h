@@ -44,6 +44,26 @@ inline double median(std::vector<double> v) {
     return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2.0;
 }
 
+// The one machine-readable line per flow that bench/run.sh gathers into its
+// table, after the bench's own lines:
+//   BENCH <flow>|<floor>|<measured>|<ratio>|<target>|<met or MISSED>|<note>
+// Every field is text as it should read in the table ('|' never inside).
+inline void bench_line(const std::string &flow, const std::string &floor,
+                       const std::string &measured, const std::string &ratio,
+                       const std::string &target, bool met, const std::string &note = "") {
+    printf("BENCH %s|%s|%s|%s|%s|%s|%s\n", flow.c_str(), floor.c_str(), measured.c_str(),
+           ratio.c_str(), target.c_str(), met ? "met" : "MISSED", note.c_str());
+    fflush(stdout);
+}
+
+// printf into a std::string, for the fields of a BENCH line.
+template <typename... Args>
+std::string fmt(const char *format, Args... args) {
+    char buf[256];
+    snprintf(buf, sizeof buf, format, args...);
+    return buf;
+}
+
 // Writes a run's console output to dir/<what>-<run>.txt when dir is given.
 inline void keep_log(const char *dir, const std::string &what, int run, const std::string &out) {
     if (dir == nullptr) return;

@@ -1,7 +1,5 @@
 #include "core/log.h"
 
-#include "core/interrupt.h"
-
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -9,7 +7,6 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
-#include <poll.h>
 #include <sys/time.h>
 #include <time.h>
 #endif
@@ -20,20 +17,6 @@
 namespace {
 uint64_t g_origin_ms = 0;
 }  // namespace
-
-uint64_t Vk_ClockGetTimeMs() {
-#ifdef _WIN32
-    LARGE_INTEGER freq, now;
-    QueryPerformanceFrequency(&freq);
-    QueryPerformanceCounter(&now);
-    double ms = double(now.QuadPart) * 1000.0 / double(freq.QuadPart);
-#else
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    double ms = double(ts.tv_sec) * 1000.0 + double(ts.tv_nsec) / 1000000.0;
-#endif
-    return vk_clock_ms(ms);
-}
 
 uint64_t vk_clock_ms(double ms) {
     return uint64_t(ms) & 0xFFFFFFFFu;  // wraps after 2^32 ms, about 49.7 days
@@ -65,42 +48,6 @@ void vk_precise_timers() {
 
 uint32_t vk_sleep_ms(uint32_t microseconds) {
     return microseconds / 1000;  // deliberately microseconds: callers pass 1000000 for a second
-}
-
-int platform_sleep(uint32_t microseconds) {
-    uint32_t ms = vk_sleep_ms(microseconds);
-    // A pause is a wait on the interrupt alone: a signal ends it, and the run.
-    vk_interrupt_point();
-#ifdef _WIN32
-    HANDLE interrupt = static_cast<HANDLE>(vk_interrupt_event());
-    if (interrupt != nullptr)
-        WaitForSingleObject(interrupt, ms);
-    else
-        Sleep(ms);
-#else
-    vk_precise_timers();
-    timespec end{};
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    end.tv_sec += time_t(ms / 1000);
-    end.tv_nsec += long(ms % 1000) * 1000000L;
-    if (end.tv_nsec >= 1000000000L) {
-        end.tv_sec += 1;
-        end.tv_nsec -= 1000000000L;
-    }
-    for (;;) {
-        timespec now{};
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        int64_t rem =
-            (int64_t(end.tv_sec) - now.tv_sec) * 1000000000LL + (end.tv_nsec - now.tv_nsec);
-        if (rem <= 0) break;
-        timespec ts{time_t(rem / 1000000000LL), long(rem % 1000000000LL)};
-        pollfd p{vk_interrupt_fd(), POLLIN, 0};
-        ppoll(&p, p.fd >= 0 ? 1 : 0, &ts, nullptr);
-        vk_interrupt_point();
-    }
-#endif
-    vk_interrupt_point();
-    return 0;
 }
 
 int Vk_GetCurrentDateTime(VkDateTime *out) {

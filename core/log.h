@@ -5,6 +5,10 @@
 // caller formats. The log helpers take the text after the stamp, e.g.
 //   vk_log("[INFO] Baud rate:%d\n", baud);
 // and flush standard output after the line.
+//
+// The two functions that ask the host for time, Vk_ClockGetTimeMs and
+// platform_sleep, live in core/clock.cpp; the fuzz builds link a clock that
+// moves only when a flow waits (core/clock_fake.cpp) in their place.
 #pragma once
 
 #include <cstdint>
@@ -37,6 +41,14 @@ bool Vk_CalculateElapsedTime(uint64_t start_ms, uint32_t timeout_ms, uint64_t *e
 void vk_precise_timers();
 // Sleeps microseconds / 1000 whole milliseconds; returns 0.
 int platform_sleep(uint32_t microseconds);
+// Monotonic microseconds (the clock Vk_ClockGetTimeMs reads), for deadlines.
+uint64_t vk_clock_us();
+// Waits until vk_clock_us() reaches deadline_us, never less, and ends it
+// there rather than a wake-up latency later; returns 0. A signal ends it at
+// once, as it does platform_sleep. Paced streams take their deadline from an
+// event (the end of a write) so that what they do between the event and the
+// wait falls inside the pause instead of adding to it.
+int platform_sleep_until(uint64_t deadline_us);
 // Current UTC time of day; returns 1.
 int Vk_GetCurrentDateTime(VkDateTime *out);
 

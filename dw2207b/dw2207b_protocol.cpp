@@ -123,6 +123,11 @@ uint32_t DW2207B_SendEphData(SerialPort port, const char *path) {
             break;
         }
         uint32_t written = serial_write(port, frame, length + 6);
+        // The 5 ms pause counts from the moment the write returned (on a
+        // serial port the port layer drains, so the frame has left by then):
+        // the progress line goes out inside the pause rather than before it,
+        // and the wait ends on that deadline, not a wake-up latency after it.
+        const uint64_t resume_at_us = vk_clock_us() + 5000;
         sent += int(written);
         float progress = float(100LL * sent) / float(size);
         vk_log("[PROGRESS] %.2f%%,%d,%d\r\n", progress, sent, size);
@@ -131,7 +136,7 @@ uint32_t DW2207B_SendEphData(SerialPort port, const char *path) {
         // receiver stopped taking data) leaves the file unfinished whatever
         // follows: streaming the rest would only feed nothing.
         if (written < length + 6) break;
-        platform_sleep(5000);
+        platform_sleep_until(resume_at_us);
     }
     fclose(f);
     if (result == 0) return 0;

@@ -70,9 +70,9 @@ uint32_t send_marker(SerialPort port, const char *letter, uint32_t len, int bin_
 
 // Sends count records from offset as data frames, with progress against size
 // after each. A frame that fails ends the batch with its code (after its
-// message). A read that brings nothing, or a failed end frame (sent, when
-// end_letter is given, as soon as the progress is exactly 100), ends the
-// whole file: *fatal is then set.
+// message). A read that brings nothing, a frame that fails on a port that is
+// gone, or a failed end frame (sent, when end_letter is given, as soon as the
+// progress is exactly 100), ends the whole file: *fatal is then set.
 uint32_t send_records(SerialPort port, FILE *f, long offset, int count, const char *name,
                       uint32_t size, uint32_t *sent, const char *end_letter, bool *fatal) {
     uint8_t rec[EPO_RECORD_SIZE] = {};
@@ -86,6 +86,9 @@ uint32_t send_records(SerialPort port, FILE *f, long offset, int count, const ch
         uint32_t ret = send_data_frame(port, rec, EPO_RECORD_SIZE);
         if (ret != 0) {
             vk_log("[ERROR] send %s failed\n", name);
+            // A port that went away takes no later segment either: the file
+            // ends here instead of being read out into nothing.
+            *fatal = serial_port_gone(port);
             return ret;
         }
         *sent += EPO_RECORD_SIZE;

@@ -26,7 +26,8 @@ deb=$(scripts/package.sh)
 contents=$(dpkg-deb -c "$deb")
 for f in usr/bin/vkagnss usr/bin/vkagnss-sim usr/bin/vkagnss-rtcmgen usr/bin/vkagnss-epogen \
   usr/bin/vkagnss-hdbgen usr/bin/vkagnss-pstmgen usr/share/man/man1/vkagnss.1.gz \
-  usr/share/man/man1/vkagnss-sim.1.gz usr/share/doc/vkagnss/copyright \
+  usr/share/man/man1/vkagnss-sim.1.gz usr/share/man/man1/vkagnss-line.1.gz usr/bin/vkagnss-line \
+  usr/share/doc/vkagnss/copyright \
   usr/share/doc/vkagnss/changelog.gz usr/share/doc/vkagnss/README.md usr/share/doc/vkagnss/LICENSE; do
   grep -Eq " \./$f( |\$)" <<<"$contents" || { echo "$deb lacks $f" >&2; exit 1; }
 done
@@ -46,10 +47,11 @@ cmake --build build-asan -j"$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest -j8 --output-on-failure --timeout 300)
 
-echo "== fuzzing the file parsers, reply checks, option grammar, frame parser and the HD8XXX, STA8100 and TQ934N file readers (clang libFuzzer)"
+echo "== fuzzing the file parsers, reply checks, option grammar, frame parser and the HD8XXX, STA8100 and TQ934N file readers, and the EPO and DW2207B transfer loops over an in-memory port (clang libFuzzer)"
 cmake -S . -B build-fuzz -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVK_FUZZ=ON -DVK_SANITIZE=ON -DVK_BUILD_TESTS=OFF >/dev/null
-fuzzers=(fuzz_reply_checks fuzz_options fuzz_epo_file fuzz_frame fuzz_hd8xxx_files fuzz_rtcm_platforms)
+fuzzers=(fuzz_reply_checks fuzz_options fuzz_epo_file fuzz_frame fuzz_hd8xxx_files fuzz_rtcm_platforms
+  fuzz_epo_transfer fuzz_dw2207b_stream)
 cmake --build build-fuzz -j"$jobs" --target "${fuzzers[@]}"
 for f in "${fuzzers[@]}"; do
   (cd build-fuzz && ./"$f" -max_total_time="${VK_FUZZ_SECONDS:-15}" -print_final_stats=1 2>"$f.log" ) \

@@ -556,33 +556,3 @@ TEST_F(HdE2E, OfflineFullColdIsRefused) {
                              "offline -sCOLD, FAIL\n"),
               std::string::npos);
 }
-
-TEST_F(HdE2E, InterruptedDownloadLeavesNoTemporaryFiles) {
-    SimFaults f;
-    f.pace_baud = 9600;  // slow enough to be caught in the middle
-    start_sim("hd8xxx", f);
-    RtcmGenConfig cfg;
-    cfg.systems = "GC";
-    cfg.min_size = 20000;
-    std::vector<uint8_t> data = rtcmgen_generate(cfg);
-    const std::string path = dir() + "/EPH_GPS_BDS.rtcm";
-    write_file(path, data);
-    const std::string tmp = dir() + "/GPS_TMP.rtcm";
-    bool seen = false;
-    std::thread stopper;
-    ToolRun r = run_tool(tool_args("HD8XXX", "offline", {"-f", path}), [&](int pid) {
-        stopper = std::thread([&, pid] {
-            for (int i = 0; i < 2000 && !seen; ++i) {
-                seen = exists(tmp);
-                if (!seen) usleep(5000);
-            }
-            usleep(300000);  // into the transfer
-            kill(pid, SIGINT);
-        });
-    });
-    stopper.join();
-    finish();
-    EXPECT_TRUE(seen);
-    EXPECT_EQ(r.status, expected_interrupt_status(SIGINT));
-    expect_no_temporary_files();
-}

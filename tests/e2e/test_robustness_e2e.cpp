@@ -413,6 +413,14 @@ const HangUp kHangUps[] = {
                                          "-f" + epo_in(d, EpoGenKind::Gps)};
      },
      0x200, false},
+    {"Ag33xxOfflinePairFrames", "ag33xx", 3000,
+     [](const std::string &d) {
+         // A failed frame abandons only its segment on a live port; on a port
+         // that is gone the whole file ends there.
+         return std::vector<std::string>{"-m", "AG33XX", "-o", "offline",
+                                         "-f" + epo_in(d, EpoGenKind::Gr)};
+     },
+     0x200, false},
     {"Rz610mxxxxOnlineRecords", "rz610mxxxx", 3000,
      [](const std::string &d) {
          return std::vector<std::string>{
