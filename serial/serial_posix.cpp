@@ -274,8 +274,9 @@ uint32_t write_port(SerialPort port, const uint8_t *buf, uint32_t len) {
     }
     // A write is complete when the bytes have left, as with a synchronous
     // write on a comm port; a following baud change or read deadline then
-    // starts after the transmission.
-    if (done > 0 && !(st != nullptr && st->gone)) {
+    // starts after the transmission. A write that came short (gone, or a
+    // receiver that takes nothing) is not waited for any longer.
+    if (done == len) {
         while (tcdrain(fd) != 0 && errno == EINTR) vk_interrupt_point();
     }
     return done;
