@@ -269,6 +269,30 @@ TEST_F(RobustE2E, EpoFileCutInsideItsLastRecordSendsOnlyTheWholeRecords) {
     EXPECT_EQ(r.status, expected_status(0x205));
 }
 
+TEST_F(RobustE2E, RtcmFileCutInsideItsLastFrameSendsOnlyTheWholeFrames) {
+    start_sim("sta8100", SimFaults());
+    RtcmGenConfig cfg;
+    cfg.systems = "G";
+    cfg.sats = 3;
+    cfg.damage = RtcmDamage::Truncate;
+    std::vector<uint8_t> file = rtcmgen_generate(cfg);
+    std::string path = dir() + "/EPH_GPS.rtcm";
+    write_file(path, file);
+    RtcmSplit split = rtcm_split_frames(file.data(), file.size());
+    ASSERT_EQ(split.frames.size(), 2u);  // two whole frames, the third cut
+    const RtcmFrameInfo &last = split.frames.back();
+    std::vector<uint8_t> whole(file.begin(),
+                               file.begin() + long(last.offset + last.payload_len + 6));
+    ToolRun r = run_tool(tool_args("STA8100", "online", {"-t", "rtcm", "-f", path}));
+    SimRecord rec = finish();
+    EXPECT_EQ(rec.ephemeris_bytes, whole);  // nothing of the cut frame
+    std::string out = out_of(r);
+    EXPECT_NE(out.find("[SSS.mmm][ERROR] EPH file crc failed.\n"), std::string::npos) << out;
+    EXPECT_EQ(out.find("100.00%"), std::string::npos);
+    EXPECT_TRUE(ends_with(out, fail_line(0x206))) << out;  // a malformed file
+    EXPECT_EQ(r.status, expected_status(0x206));
+}
+
 // --- interrupted runs ------------------------------------------------------------
 
 class InterruptE2E : public RobustE2E, public ::testing::WithParamInterface<int> {};
