@@ -18,6 +18,9 @@ cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j"$jobs"
 (cd build && ctest -j8 --output-on-failure --timeout 300)
 
+echo "== speed (short; printed, never failing)"
+bench/run.sh --short build || echo "bench/run.sh: a bench did not run (not counted as a failure)"
+
 echo "== manual pages (mandoc lint)"
 mandoc -T lint -W warning man/*.1
 

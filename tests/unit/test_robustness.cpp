@@ -15,6 +15,7 @@
 
 #include "core/file.h"
 #include "core/interrupt.h"
+#include "core/log.h"
 #include "core/result.h"
 #include "dw2207b/dw2207b.h"
 #include "serial/serial.h"
@@ -40,6 +41,24 @@ TEST(SerialTiming, WriteBudgetIsTheWireTimePlusASecond) {
     EXPECT_EQ(serial_write_budget_ms(1, 115200), 1001u);  // rounded up
     EXPECT_EQ(serial_write_budget_ms(960, 9600), 2000u);
     EXPECT_EQ(serial_write_budget_ms(100, 0), 1001000u);  // no rate: one bit a second
+}
+
+// --- pauses ----------------------------------------------------------------------------
+
+// A pause ends on its deadline, never before it (only the lower bound is
+// asserted: how late a wake-up comes is the bench's to measure).
+TEST(Pause, NeverEndsBeforeItsDeadline) {
+    for (int i = 0; i < 20; ++i) {
+        const uint64_t deadline = vk_clock_us() + 2000 + uint64_t(i) * 137;
+        platform_sleep_until(deadline);
+        EXPECT_GE(vk_clock_us(), deadline);
+    }
+    const uint64_t start = vk_clock_us();
+    platform_sleep(5000);  // 5 ms
+    EXPECT_GE(vk_clock_us() - start, 5000u);
+    const uint64_t past = vk_clock_us();
+    platform_sleep_until(past - 1000);  // a deadline already gone: returns at once
+    EXPECT_GE(vk_clock_us(), past);
 }
 
 // --- the interrupt's result -------------------------------------------------------
