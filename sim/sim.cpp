@@ -30,6 +30,8 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -681,6 +683,12 @@ Sim *sim_start(const SimConfig &cfg, std::string *error) {
     if (model->configure) model->configure(s->model_state, cfg.faults);
     s->last_activity_us.store(now_us());
     s->thread = std::thread(run, s);
+    if (cfg.realtime) {
+        sched_param p{};
+        p.sched_priority = 1;
+        if (pthread_setschedparam(s->thread.native_handle(), SCHED_FIFO, &p) != 0)
+            vlog(s, "real-time priority not granted; pacing as an ordinary thread");
+    }
     vlog(s, "%s receiver on %s", model->name, s->slave_path.c_str());
     return s;
 }

@@ -145,6 +145,11 @@ struct SimConfig {
     std::string link_path;  // optional symlink to the slave device
     SimFaults faults;
     bool verbose = false;  // log what it receives and answers to stderr
+    // Run the receiver thread at real-time priority where the system allows
+    // it (as root; silently ignored elsewhere), so that its pacing holds on a
+    // busy machine the way a UART's does: for tests that load the machine on
+    // purpose and must still see replies sent at wire speed in one burst.
+    bool realtime = false;
 };
 
 // A file the receiver stored in its flash through a download (YMODEM).
