@@ -73,8 +73,11 @@ rm -f build-win/vkagnss-*.zip
 (cd build-win && cpack -G ZIP >cpack.log 2>&1) || { cat build-win/cpack.log >&2; exit 1; }
 zip=$(ls build-win/vkagnss-*-win64.zip)
 unzip -l "$zip"
+# The listing is taken whole first: grep -q stops reading at its match, and
+# with pipefail the lister's broken pipe would count as a failure.
+listing=$(unzip -Z1 "$zip")
 for f in vkagnss.exe README.md LICENSE; do
-  unzip -Z1 "$zip" | grep -q "^vkagnss-[^/]*/$f\$" || { echo "$zip lacks $f" >&2; exit 1; }
+  grep -q "^vkagnss-[^/]*/$f\$" <<<"$listing" || { echo "$zip lacks $f" >&2; exit 1; }
 done
 
 echo "== end-to-end tests against vkagnss.exe under wine"
