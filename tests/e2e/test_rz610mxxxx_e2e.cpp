@@ -158,7 +158,7 @@ TEST_F(Rz610E2E, OnlineGpsGlonassFileSendsTwoHalvesWithTheirModes) {
     ToolRun r = run_tool(args("online", {"-f" + f.path}));
     SimRecord rec = finish();
     auto records = records_of(f.bytes);
-    ASSERT_EQ(rec.sentences.size(), 56u);
+    ASSERT_EQ(rec.sentences.size(), 56u) << out_of(r) << r.err;
     EXPECT_EQ(rec.sentences[0], pvnk_epo(1, records[0][3], records[0]));
     EXPECT_EQ(rec.sentences[32], pvnk_epo(2, records[32][3] - 64, records[32]));
     EXPECT_EQ(rec.epo_records,
