@@ -188,8 +188,10 @@ void close_fds(Sim *s) {
 }
 
 void hang_up(Sim *s) {
-    close_fds(s);
+    // The flag goes up before the line drops: a test that sees the tool end
+    // on the hang-up must also see the receiver say it hung up.
     s->hung_up.store(true);
+    close_fds(s);
     s->held.store(false);  // nothing more will come to end a unit
     touch(s);
 }
