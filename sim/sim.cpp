@@ -240,12 +240,15 @@ bool write_paced(Sim *s, const uint8_t *data, size_t len) {
 
 bool write_paced_as_is(Sim *s, const uint8_t *data, size_t len) {
     if (s->byte_us <= 0) return write_all(s, data, len);
+    // One schedule per answer, as a UART sends it: a slice that goes out late
+    // does not push back the slices after it. The schedule starts afresh only
+    // when the line has been idle.
+    const int64_t start = now_us();
+    if (s->out_next_us < start) s->out_next_us = start;
     size_t done = 0;
     while (done < len) {
         // A slice is handed over when its last byte would have left the wire.
         size_t n = len - done < s->pace_chunk ? len - done : s->pace_chunk;
-        int64_t now = now_us();
-        if (s->out_next_us < now) s->out_next_us = now;
         s->out_next_us += int64_t(double(n) * s->byte_us);
         sleep_us(s->out_next_us - now_us());
         if (!write_all(s, data + done, n)) return false;
@@ -481,6 +484,7 @@ void run(Sim *s) {
     uint8_t buf[4096];
     int64_t stop_seen_us = 0;
     int64_t last_input_us = 0;
+    bool backlog = false;  // pacing: bytes were waiting behind the last slice read
     int64_t chatter_us = int64_t(s->cfg.faults.chatter_ms) * 1000;
     int64_t next_chatter_us = now_us() + chatter_us;
     for (;;) {
@@ -550,9 +554,14 @@ void run(Sim *s) {
         s->repeat_out.clear();  // the next command has begun: no more repeats
         if (s->byte_us > 0 && !stopping) {
             // The slice counts as received once its last byte would have
-            // crossed the wire.
-            if (s->in_next_us < last_input_us) s->in_next_us = last_input_us;
+            // crossed the wire. Bytes that were already waiting behind the
+            // last slice follow it on the wire without a gap, however late
+            // this thread came to read them; only bytes that found the line
+            // empty start a new schedule when they are read.
+            if (!backlog && s->in_next_us < last_input_us) s->in_next_us = last_input_us;
             s->in_next_us += int64_t(double(n) * s->byte_us);
+            int waiting = 0;
+            backlog = ioctl(s->master, FIONREAD, &waiting) == 0 && waiting > 0;
             sleep_us(s->in_next_us - now_us());
         }
         s->last_input_end_us.store(now_us());
