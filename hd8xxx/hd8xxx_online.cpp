@@ -9,6 +9,7 @@
 
 #include "core/file.h"
 #include "core/log.h"
+#include "toolkit/reply.h"
 #include "hd8xxx/hd8xxx.h"
 #include "hd8xxx/hd8xxx_files.h"
 #include "toolkit/checksum.h"
@@ -244,12 +245,13 @@ uint32_t HD8XXX_SendEphData_Internal(SerialPort port, const char *path, uint32_t
             result = HD8XXX_ERR_FILE_READ;
             break;
         }
+        const uint64_t asked = vk_clock_us();
         result = send_slice(port, slice.data(), n, id);
         if (result != VK_OK) break;
         g_sent += n;
         print_progress(total);
         if (100.0f * float(g_sent) / float(total) == 100.0f) break;
-        platform_sleep(5000);
+        vk_pause_after_reply(port, asked, 5000);
         if (long(g_sent) == size) break;
     }
     fclose(f);

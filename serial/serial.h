@@ -71,6 +71,10 @@ uint32_t serial_write(SerialPort port, const void *buf, uint64_t len);
 // True once the device went away (unplugged): every read and write then
 // returns 0 at once, and waits for a reply should end.
 bool serial_port_gone(SerialPort port);
+// When the last byte that a read took came in (vk_clock_us), no earlier than
+// it did; 0 before any. A pause that must follow a reply counts from here, so
+// the quiet gap that ended the read is not waited twice.
+uint64_t serial_last_input_us(SerialPort port);
 // The name the port was opened by ("" for a port the layer did not open).
 const char *serial_port_name(SerialPort port);
 // 0, -1 (state not readable), -2 (state not settable).

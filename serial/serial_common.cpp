@@ -61,6 +61,11 @@ bool serial_port_gone(SerialPort port) {
     return st != nullptr && st->gone;
 }
 
+uint64_t serial_last_input_us(SerialPort port) {
+    const SerialPortState *st = serial_state(port);
+    return st != nullptr ? st->last_input_us : 0;
+}
+
 const char *serial_port_name(SerialPort port) {
     const SerialPortState *st = serial_state(port);
     return st != nullptr ? st->name : "";

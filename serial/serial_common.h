@@ -17,13 +17,15 @@ void serial_note_error(int code, const char *what, const char *system_text,
                        SerialFailure kind = SerialFailure::Other);
 
 // What the layer keeps about an open port: its name (for messages), its rate,
-// whether the device has gone away, and the settings it had before the open
-// (restored at the close), in the OS unit's own form.
+// whether the device has gone away, when the last byte came in, and the
+// settings it had before the open (restored at the close), in the OS unit's
+// own form.
 struct SerialPortState {
     uint64_t handle = SERIAL_INVALID_HANDLE;
     char name[128] = "";
     uint32_t baud = 0;
     bool gone = false;
+    uint64_t last_input_us = 0;  // vk_clock_us when the last byte came in; 0 before
     bool have_saved = false;
     alignas(8) unsigned char saved[128] = {};
 };

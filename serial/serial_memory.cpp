@@ -99,6 +99,7 @@ uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_
     if (g_rx.burst != 0) n = std::min<uint64_t>(n, g_rx.burst);
     std::memcpy(buf, g_rx.replies.data() + g_rx.next, size_t(n));
     g_rx.next += size_t(n);
+    st->last_input_us = vk_clock_us();
     // A read that brought bytes ends once the line has been quiet for the gap.
     vk_fake_clock_advance((serial_quiet_gap_us(st->baud) + 999) / 1000);
     return uint32_t(n);

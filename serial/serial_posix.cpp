@@ -220,6 +220,7 @@ uint32_t read_port(SerialPort port, uint8_t *buf, uint32_t len, uint32_t timeout
         ssize_t n = read(fd, buf + got, size_t(len - got));
         if (n > 0) {
             got += uint32_t(n);
+            if (st != nullptr) st->last_input_us = vk_clock_us();
             continue;
         }
         if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) continue;

@@ -173,7 +173,7 @@ void serial_os_discard_output(SerialPort port) {
 
 uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_ms) {
     vk_interrupt_point();
-    const SerialPortState *st = serial_state(port);
+    SerialPortState *st = serial_state(port);
     if (st != nullptr && st->gone) return 0;
     // The read returns once the line falls quiet after the first byte, or
     // after timeout_ms with nothing. A console event cancels it.
@@ -181,6 +181,9 @@ uint32_t serial_read(SerialPort port, void *buf, uint64_t len, uint32_t timeout_
     if (!set_timeouts(h, interval_ms(st), timeout_ms, 0)) return 0;
     DWORD got = 0;
     if (!ReadFile(h, buf, DWORD(len), &got, nullptr)) after_failed_io(port, "ReadFile");
+    // When in the read the last byte came is not told here: the return is the
+    // one time known to be no earlier.
+    if (got > 0 && st != nullptr) st->last_input_us = vk_clock_us();
     vk_interrupt_point();
     return uint32_t(got);
 }

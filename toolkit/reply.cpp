@@ -134,6 +134,17 @@ uint32_t judge_text(void *state, const char *buf, uint32_t len, uint32_t current
 
 }  // namespace
 
+uint64_t vk_reply_pause_end(uint64_t heard_us, uint64_t asked_us, uint64_t now_us,
+                            uint32_t microseconds) {
+    const uint64_t from = heard_us > asked_us && heard_us <= now_us ? heard_us : now_us;
+    return from + uint64_t(vk_sleep_ms(microseconds)) * 1000;
+}
+
+int vk_pause_after_reply(SerialPort port, uint64_t asked_us, uint32_t microseconds) {
+    return platform_sleep_until(
+        vk_reply_pause_end(serial_last_input_us(port), asked_us, vk_clock_us(), microseconds));
+}
+
 uint32_t Vk_WaitReply(SerialPort port, const char *expected, VkReplyCheck check,
                       const VkReplyWait &how) {
     TextCheck text{expected, check};

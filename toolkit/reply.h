@@ -62,6 +62,17 @@ uint32_t Vk_WaitReply(SerialPort port, const VkReplyWait &how, VkReplyJudge judg
 uint32_t Vk_WaitReply(SerialPort port, const char *expected, VkReplyCheck check,
                       const VkReplyWait &how);
 
+// The pause a protocol asks for after a reply: `microseconds` (whole
+// milliseconds, as platform_sleep takes them) counted from the reply's last
+// byte when one came in after asked_us (vk_clock_us when the request went
+// out), else from now. The receiver still gets the whole pause after its
+// reply; the quiet gap that ended the read is not waited a second time.
+int vk_pause_after_reply(SerialPort port, uint64_t asked_us, uint32_t microseconds);
+// Where that pause ends, given when the reply's last byte came (heard_us, 0
+// for none) and the time now.
+uint64_t vk_reply_pause_end(uint64_t heard_us, uint64_t asked_us, uint64_t now_us,
+                            uint32_t microseconds);
+
 // Joins a carried partial sentence in front of the len bytes of buf and
 // carries a new partial tail (from the last '$' when the data does not end in
 // a line feed) forward. Returns 1 when done, 0 when a size limit stopped it

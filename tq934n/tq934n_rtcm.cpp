@@ -170,6 +170,7 @@ uint32_t TQ934N_SendEphDataByBP_Internal(SerialPort port, const char *path, uint
     for (;;) {
         size_t n = fread(block, 1, sizeof block, f);
         if (n == 0) break;
+        const uint64_t asked = vk_clock_us();
         uint32_t sent = serial_write(port, block, uint32_t(n));
         if (sent < n) {
             // The block did not go out whole (the port went away, or the
@@ -187,7 +188,7 @@ uint32_t TQ934N_SendEphDataByBP_Internal(SerialPort port, const char *path, uint
             result = VK_OK;
             break;
         }
-        if (mode == 2) platform_sleep(1000000);
+        if (mode == 2) vk_pause_after_reply(port, asked, 1000000);
     }
     fclose(f);
     free(reply);

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -59,6 +60,56 @@ TEST(Pause, NeverEndsBeforeItsDeadline) {
     const uint64_t past = vk_clock_us();
     platform_sleep_until(past - 1000);  // a deadline already gone: returns at once
     EXPECT_GE(vk_clock_us(), past);
+}
+
+// A pause a protocol asks for after a reply counts from the reply's last
+// byte, so that the quiet gap which ended the read is inside it.
+TEST(PauseAfterReply, CountsFromTheLastByteOfAReplyThatCameAfterTheRequest) {
+    EXPECT_EQ(vk_reply_pause_end(10000, 5000, 11100, 5000), 15000u);
+    EXPECT_EQ(vk_reply_pause_end(10000, 5000, 11100, 1000000), 1010000u);
+    // Whole milliseconds, as every pause takes them.
+    EXPECT_EQ(vk_reply_pause_end(10000, 5000, 11100, 5999), 15000u);
+    EXPECT_EQ(vk_reply_pause_end(10000, 5000, 11100, 999), 10000u);
+}
+
+TEST(PauseAfterReply, WithoutAReplyToThisRequestCountsFromNow) {
+    EXPECT_EQ(vk_reply_pause_end(0, 5000, 9000, 5000), 14000u);     // nothing ever came
+    EXPECT_EQ(vk_reply_pause_end(4000, 5000, 9000, 5000), 14000u);  // an older reply
+    EXPECT_EQ(vk_reply_pause_end(5000, 5000, 9000, 5000), 14000u);  // not after the request
+    EXPECT_EQ(vk_reply_pause_end(9500, 5000, 9000, 5000), 14000u);  // a time not yet reached
+}
+
+// Over a real pseudo-terminal: the read notes when its bytes came (between the
+// request and its own return), a read that brings nothing leaves that alone,
+// and the pause lasts at least its time after the reply (only the lower bound
+// is asserted).
+TEST(PauseAfterReply, TheReadNotesWhenTheReplyCameAndThePauseFollowsIt) {
+    int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    ASSERT_EQ(grantpt(master), 0);
+    ASSERT_EQ(unlockpt(master), 0);
+    const std::string name = ptsname(master);
+    SerialPort port = serial_open(name.c_str(), 115200);
+    ASSERT_TRUE(serial_is_open(port));
+    EXPECT_EQ(serial_last_input_us(port), 0u);
+    const uint64_t asked = vk_clock_us();
+    ASSERT_EQ(write(master, "$ACK*00\r\n", 9), 9);
+    char buf[32] = {};
+    EXPECT_EQ(serial_read(port, buf, sizeof buf, 1000), 9u);
+    const uint64_t returned = vk_clock_us();
+    const uint64_t heard = serial_last_input_us(port);
+    EXPECT_GE(heard, asked);
+    EXPECT_LE(heard, returned);
+    EXPECT_EQ(serial_read(port, buf, sizeof buf, 5), 0u);
+    EXPECT_EQ(serial_last_input_us(port), heard);
+    vk_pause_after_reply(port, asked, 5000);
+    EXPECT_GE(vk_clock_us(), heard + 5000);
+    // A request that got no reply pauses its whole time from the call.
+    const uint64_t unanswered = vk_clock_us();
+    vk_pause_after_reply(port, unanswered, 5000);
+    EXPECT_GE(vk_clock_us(), unanswered + 5000);
+    serial_close(port);
+    close(master);
 }
 
 // --- the interrupt's result -------------------------------------------------------
