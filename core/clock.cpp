@@ -108,7 +108,7 @@ void wait_until(int64_t aim_ns) {
             // signal coming just before it would go unseen for the whole
             // pause: wait on the descriptor for the time left to the
             // absolute aim, worked out again before every call.
-            int64_t rem = aim_ns - mono_ns();
+            int64_t rem = vk_poll_wait_ns(aim_ns - mono_ns());
             if (rem <= 0) return;
             timespec ts{time_t(rem / 1000000000LL), long(rem % 1000000000LL)};
             pollfd p{fd, POLLIN, 0};

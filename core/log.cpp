@@ -46,6 +46,10 @@ void vk_precise_timers() {
 #endif
 }
 
+int64_t vk_poll_wait_ns(int64_t remaining_ns) {
+    return remaining_ns <= 0 ? 0 : remaining_ns - remaining_ns / 200;
+}
+
 uint32_t vk_sleep_ms(uint32_t microseconds) {
     return microseconds / 1000;  // deliberately microseconds: callers pass 1000000 for a second
 }

@@ -39,6 +39,12 @@ uint32_t flash_tool_msecs();
 bool Vk_CalculateElapsedTime(uint64_t start_ms, uint32_t timeout_ms, uint64_t *elapsed_out);
 // Asks the OS for timer wake-ups without slack (Linux), for the calling thread.
 void vk_precise_timers();
+// How long to let a poll wait so that it ends by remaining_ns: Linux lets a
+// poll's time-out run late by a thousandth of its length (a two-hundredth
+// for a niced process, up to 100 ms), whatever the timer slack, so a
+// one-second wait would end a millisecond late. Asking that much less leaves
+// a short rest for a second call, whose lateness is a few microseconds.
+int64_t vk_poll_wait_ns(int64_t remaining_ns);
 // Sleeps microseconds / 1000 whole milliseconds; returns 0.
 int platform_sleep(uint32_t microseconds);
 // Monotonic microseconds (the clock Vk_ClockGetTimeMs reads), for deadlines.

@@ -175,8 +175,7 @@ int apply_termios(int fd, termios *t, uint32_t baud, int when) {
 int wait_port(int fd, short events, int64_t deadline_ns) {
     for (;;) {
         vk_interrupt_point();
-        int64_t rem = deadline_ns - now_ns();
-        if (rem < 0) rem = 0;
+        int64_t rem = vk_poll_wait_ns(deadline_ns - now_ns());
         timespec ts{time_t(rem / 1000000000LL), long(rem % 1000000000LL)};
         pollfd p[2] = {{fd, events, 0}, {vk_interrupt_fd(), POLLIN, 0}};
         int r = ppoll(p, p[1].fd >= 0 ? 2 : 1, &ts, nullptr);

@@ -62,6 +62,23 @@ TEST(Pause, NeverEndsBeforeItsDeadline) {
     EXPECT_GE(vk_clock_us(), past);
 }
 
+// A poll is asked for a little less than the time left, so that the kernel's
+// leeway on long time-outs (a thousandth, a two-hundredth when niced) cannot
+// carry it past the deadline; the rest is waited by a second, short call.
+TEST(Pause, PollsAskForLessThanTheTimeLeftByTheKernelsLeeway) {
+    EXPECT_EQ(vk_poll_wait_ns(1000000000), 995000000);  // 1 s: 5 ms left for the second call
+    EXPECT_EQ(vk_poll_wait_ns(5000000), 4975000);
+    EXPECT_EQ(vk_poll_wait_ns(199), 199);  // too short to matter
+    EXPECT_EQ(vk_poll_wait_ns(0), 0);
+    EXPECT_EQ(vk_poll_wait_ns(-5), 0);  // a deadline already gone
+    // Whatever the kernel adds, the first call ends before the deadline.
+    for (int64_t rem :
+         {int64_t(1000), int64_t(1000000), int64_t(1000000000), int64_t(60000000000)}) {
+        const int64_t ask = vk_poll_wait_ns(rem);
+        EXPECT_LE(ask + ask / 200, rem) << rem;
+    }
+}
+
 // A pause a protocol asks for after a reply counts from the reply's last
 // byte, so that the quiet gap which ended the read is inside it.
 TEST(PauseAfterReply, CountsFromTheLastByteOfAReplyThatCameAfterTheRequest) {
