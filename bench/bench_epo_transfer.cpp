@@ -1,8 +1,10 @@
-// EPO transfers against the virtual AG33XX receiver: an online transfer of a
-// 3-day GPS file (384 "$PAIR471" records, each acknowledged) and an offline
-// transfer of a 3-day GPS+GLONASS file (672 binary frames, each
-// acknowledged), unpaced and with the receiver paced at 115200 baud. Reports
-// the time per acknowledged record beyond the wire time of its bytes.
+// EPO transfers against the virtual receivers: on the AG33XX an online
+// transfer of a 3-day GPS file (384 "$PAIR471" records, each acknowledged)
+// and an offline transfer of a 3-day GPS+GLONASS file (672 binary frames,
+// each acknowledged); on the RZ610MXXXX an online transfer of a 3-day GPS
+// file (384 "$PVNKEPO" records, each acknowledged). Unpaced and with the
+// receiver paced at 115200 baud. Reports the time per acknowledged record
+// beyond the wire time of its bytes.
 //
 //   bench_epo_transfer [runs]
 #include <cstdio>
@@ -18,6 +20,8 @@
 namespace {
 
 struct Case {
+    const char *model;     // -m of the tool
+    const char *platform;  // the virtual receiver
     const char *label;
     EpoGenKind kind;
     const char *mode;
@@ -32,10 +36,15 @@ int main(int argc, char **argv) {
     int runs = argc > 1 ? atoi(argv[1]) : 3;
     if (runs < 1) runs = 1;
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    const Case cases[] = {{"online GPS (384 $PAIR471)", EpoGenKind::VGps, "online", 19,
-                           "AG33XX online, 3-day GPS", 0.92},
-                          {"offline GPS+GLONASS (672 frames)", EpoGenKind::Gr, "offline", 13,
-                           "AG33XX offline, 3-day GPS+GLONASS", 0.96}};
+    // Answers: "$PAIR001,471,0*39\r\n", the 13-byte binary acknowledgement,
+    // "$PVNKEPO,OK*HH\r\n".
+    const Case cases[] = {
+        {"AG33XX", "ag33xx", "AG33XX online GPS (384 $PAIR471)", EpoGenKind::VGps, "online", 19,
+         "AG33XX online, 3-day GPS", 0.92},
+        {"AG33XX", "ag33xx", "AG33XX offline GPS+GLONASS (672 frames)", EpoGenKind::Gr, "offline",
+         13, "AG33XX offline, 3-day GPS+GLONASS", 0.96},
+        {"RZ610MXXXX", "rz610mxxxx", "RZ610MXXXX online GPS (384 $PVNKEPO)", EpoGenKind::VelpoGps,
+         "online", 16, "RZ610MXXXX online, 3-day GPS", 0.92}};
     std::string dir = make_temp_dir();
     for (const Case &c : cases) {
         EpoGenConfig cfg;
@@ -52,7 +61,7 @@ int main(int argc, char **argv) {
             size_t units = 0;
             for (int run = 0; run < runs; ++run) {
                 SimConfig sc;
-                sc.platform = "ag33xx";
+                sc.platform = c.platform;
                 sc.faults.pace_baud = pace;
                 Sim *sim = sim_start(sc, &err);
                 if (!sim) {
@@ -60,7 +69,7 @@ int main(int argc, char **argv) {
                     return 1;
                 }
                 ToolRun r =
-                    run_program(VKAGNSS_BIN, {"-m", "AG33XX", "-o", c.mode, "-p",
+                    run_program(VKAGNSS_BIN, {"-m", c.model, "-o", c.mode, "-p",
                                               sim_slave_path(sim), "-b", "115200", "-f" + path});
                 sim_stop(sim);
                 SimRecord rec = sim_record(sim);
@@ -82,7 +91,7 @@ int main(int argc, char **argv) {
                 per_all.push_back(per_record);
                 units = records;
                 printf(
-                    "%-34s %-13s run %d: %4zu records in %6ld ms, wire %7.1f ms, "
+                    "%-40s %-13s run %d: %4zu records in %6ld ms, wire %7.1f ms, "
                     "%.3f ms per record beyond the wire\n",
                     c.label, pace ? "paced 115200" : "unpaced", run + 1, records, end - begin,
                     wire_ms, per_record);
