@@ -530,10 +530,15 @@ void run(Sim *s) {
             }
             if (s->pace_chunk < want) want = s->pace_chunk;
         }
+        // A unit that only quiet can end is ended within a millisecond of
+        // its time, the quiet counted from when its last byte crossed the
+        // wire (paced, that is the end of the last slice's schedule).
         pollfd p{s->master, POLLIN, 0};
-        int r = poll(&p, 1, kPollMs);
+        int r = poll(&p, 1, s->held.load() ? 1 : kPollMs);
         if (r <= 0) {
-            quiet_line(s, now_us() - last_input_us);
+            const int64_t quiet_from =
+                s->byte_us > 0 && s->in_next_us > last_input_us ? s->in_next_us : last_input_us;
+            quiet_line(s, now_us() - quiet_from);
             repeat_answer(s);
             continue;
         }
