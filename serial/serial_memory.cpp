@@ -6,6 +6,7 @@
 
 #include "core/clock_fake.h"
 #include "core/interrupt.h"
+#include "core/log.h"
 #include "serial/serial.h"
 #include "serial/serial_common.h"
 
