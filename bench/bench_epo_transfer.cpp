@@ -33,9 +33,7 @@ struct Case {
 }  // namespace
 
 int main(int argc, char **argv) {
-    int runs = argc > 1 ? atoi(argv[1]) : 3;
-    if (runs < 1) runs = 1;
-    setvbuf(stdout, nullptr, _IOLBF, 0);
+    const int runs = bench_args(argc, argv).runs;
     // Answers: "$PAIR001,471,0*39\r\n", the 13-byte binary acknowledgement,
     // "$PVNKEPO,OK*HH\r\n".
     const Case cases[] = {

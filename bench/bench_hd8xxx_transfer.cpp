@@ -300,10 +300,7 @@ bool run_online(const OnlineCase &c, int run, const char *log_dir, Figures *fig)
 }  // namespace
 
 int main(int argc, char **argv) {
-    int runs = argc > 1 ? atoi(argv[1]) : 3;
-    const char *log_dir = argc > 2 ? argv[2] : nullptr;
-    if (runs < 1) runs = 1;
-    setvbuf(stdout, nullptr, _IOLBF, 0);
+    const auto [runs, log_dir] = bench_args(argc, argv);
     std::string dir = make_temp_dir();
     OfflineCase off;
     OnlineCase on;

@@ -352,11 +352,7 @@ void print_rows(const Case &c) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    int runs = argc > 1 ? atoi(argv[1]) : 3;
-    const char *log_dir = argc > 2 ? argv[2] : nullptr;
-    if (runs < 1) runs = 1;
-    // Each run's line as it is done: a pass takes minutes.
-    setvbuf(stdout, nullptr, _IOLBF, 0);
+    const auto [runs, log_dir] = bench_args(argc, argv);
     std::string dir = make_temp_dir();
     Case sta, tq64k, tq3999;
     if (!prepare_sta(dir, &sta) ||

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,22 @@ std::string fmt(const char *format, Args... args) {
     char buf[256];
     snprintf(buf, sizeof buf, format, args...);
     return buf;
+}
+
+// The arguments most benches take, [runs] [log-dir]: at least one run (3
+// when not given), and the directory for the runs' console output (null:
+// none kept). Standard output goes out a line at a time, so that each run's
+// line is seen as it is done.
+struct BenchArgs {
+    int runs = 3;
+    const char *log_dir = nullptr;
+};
+inline BenchArgs bench_args(int argc, char **argv) {
+    BenchArgs a;
+    if (argc > 1) a.runs = std::max(1, atoi(argv[1]));
+    if (argc > 2) a.log_dir = argv[2];
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    return a;
 }
 
 // Writes a run's console output to dir/<what>-<run>.txt when dir is given.

@@ -38,7 +38,7 @@ if [ ! -f "$dir/CMakeCache.txt" ]; then
     echo "run.sh: $dir is not a configured build directory (cmake -B $dir)" >&2
     exit 1
 fi
-benches="bench_read_latency bench_dw2207b_transfer bench_epo_transfer bench_hd8xxx_transfer bench_rtcm_platforms"
+benches="bench_read_latency bench_dw2207b_transfer bench_epo_transfer bench_hd8xxx_transfer bench_rtcm_platforms bench_cost"
 # shellcheck disable=SC2086 # one target per word
 if ! cmake --build "$dir" -j2 --target $benches >/dev/null; then
     echo "run.sh: the benches did not build in $dir" >&2
