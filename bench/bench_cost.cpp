@@ -500,11 +500,11 @@ int main(int argc, char **argv) {
         if (c.cpu_ms.empty()) continue;
         double cpu = median(c.cpu_ms);
         double peak = *std::max_element(c.peak_mib.begin(), c.peak_mib.end());
-        bench_line(c.platform + " " + c.mode + ", cost of a 3-day file", "-",
-                   fmt("%.0f ms CPU per MB sent", cpu / (double(c.sent) / 1e6)),
-                   fmt("peak %.1f MiB", peak), "(measured, no target)", true,
-                   fmt("%zu bytes sent (%s), CPU %.1f ms; median of %zu, unpaced", c.sent,
-                       c.what.c_str(), cpu, c.cpu_ms.size()));
+        bench_row(c.platform + " " + c.mode + ", cost of a 3-day file", "-",
+                  fmt("%.0f ms CPU per MB sent", cpu / (double(c.sent) / 1e6)),
+                  fmt("peak %.1f MiB", peak), "(measured, no target)", "-",
+                  fmt("%zu bytes sent (%s), CPU %.1f ms; median of %zu, unpaced", c.sent,
+                      c.what.c_str(), cpu, c.cpu_ms.size()));
     }
 
     // 2. The line runner on 1, 16 and 64 ports, runs interleaved so that a

@@ -47,14 +47,21 @@ inline double median(std::vector<double> v) {
 
 // The one machine-readable line per flow that bench/run.sh gathers into its
 // table, after the bench's own lines:
-//   BENCH <flow>|<floor>|<measured>|<ratio>|<target>|<met or MISSED>|<note>
-// Every field is text as it should read in the table ('|' never inside).
+//   BENCH <flow>|<floor>|<measured>|<ratio>|<target>|<verdict>|<note>
+// Every field is text as it should read in the table ('|' never inside); the
+// verdict is "met" or "MISSED", or "-" for a figure with no target.
+inline void bench_row(const std::string &flow, const std::string &floor,
+                      const std::string &measured, const std::string &ratio,
+                      const std::string &target, const char *verdict,
+                      const std::string &note = "") {
+    printf("BENCH %s|%s|%s|%s|%s|%s|%s\n", flow.c_str(), floor.c_str(), measured.c_str(),
+           ratio.c_str(), target.c_str(), verdict, note.c_str());
+    fflush(stdout);
+}
 inline void bench_line(const std::string &flow, const std::string &floor,
                        const std::string &measured, const std::string &ratio,
                        const std::string &target, bool met, const std::string &note = "") {
-    printf("BENCH %s|%s|%s|%s|%s|%s|%s\n", flow.c_str(), floor.c_str(), measured.c_str(),
-           ratio.c_str(), target.c_str(), met ? "met" : "MISSED", note.c_str());
-    fflush(stdout);
+    bench_row(flow, floor, measured, ratio, target, met ? "met" : "MISSED", note);
 }
 
 // printf into a std::string, for the fields of a BENCH line.
