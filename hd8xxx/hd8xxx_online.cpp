@@ -9,11 +9,11 @@
 
 #include "core/file.h"
 #include "core/log.h"
-#include "toolkit/reply.h"
 #include "hd8xxx/hd8xxx.h"
 #include "hd8xxx/hd8xxx_files.h"
 #include "toolkit/checksum.h"
 #include "toolkit/gnss_time.h"
+#include "toolkit/reply.h"
 #include "toolkit/text.h"
 
 namespace {
