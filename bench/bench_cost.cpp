@@ -96,13 +96,6 @@ bool run_measured(const std::string &dir, const char *program, const std::vector
     return ok;
 }
 
-Sim *receiver(const std::string &platform, uint32_t pace, std::string *err) {
-    SimConfig sc;
-    sc.platform = platform;
-    sc.faults.pace_baud = pace;
-    return sim_start(sc, err);
-}
-
 // --- 1. cost per platform ---------------------------------------------------------------
 
 struct CostCase {
@@ -265,12 +258,8 @@ bool prepare_cases(const std::string &dir, std::vector<CostCase> *cases) {
 }
 
 bool run_cost(const std::string &dir, CostCase *c, int run, const char *log_dir) {
-    std::string err;
-    Sim *sim = receiver(c->sim, 0, &err);
-    if (!sim) {
-        fprintf(stderr, "sim: %s\n", err.c_str());
-        return false;
-    }
+    Sim *sim = bench_receiver(c->sim, 0);
+    if (!sim) return false;
     std::vector<std::string> args = {"-m", c->platform,         "-o", c->mode,
                                      "-p", sim_slave_path(sim), "-b", "115200"};
     args.insert(args.end(), c->file_args.begin(), c->file_args.end());
@@ -395,12 +384,12 @@ std::vector<double> port_seconds(const std::string &csv, int *failed) {
 bool run_line(const std::string &tmp, const std::string &work, const std::string &file,
               const std::vector<uint8_t> &bytes, int ports, int run, LineRun *fig) {
     std::vector<Sim *> sims;
-    std::string list, err;
+    std::string list;
     bool ok = true;
     for (int i = 0; ok && i < ports; ++i) {
-        Sim *sim = receiver("dw2207b", kBaud, &err);
+        Sim *sim = bench_receiver("dw2207b", kBaud);
         if (!sim) {
-            fprintf(stderr, "%d ports: receiver %d did not start: %s\n", ports, i + 1, err.c_str());
+            fprintf(stderr, "%d ports: receiver %d did not start\n", ports, i + 1);
             ok = false;
             break;
         }

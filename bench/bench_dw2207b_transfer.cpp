@@ -29,20 +29,10 @@ namespace {
 constexpr double kPauseMs = 5.0;
 constexpr double kTarget = 1.01;  // at most this times the floor
 
-Sim *receiver(uint32_t pace) {
-    SimConfig sc;
-    sc.platform = "dw2207b";
-    sc.faults.pace_baud = pace;
-    std::string err;
-    Sim *sim = sim_start(sc, &err);
-    if (!sim) fprintf(stderr, "sim: %s\n", err.c_str());
-    return sim;
-}
-
 // Milliseconds from the first write until the paced receiver has read the
 // last byte, with the whole file written at once from here; -1 on failure.
 double receiver_alone_ms(const std::vector<uint8_t> &bytes, uint32_t frames) {
-    Sim *sim = receiver(115200);
+    Sim *sim = bench_receiver("dw2207b", 115200);
     if (!sim) return -1;
     int fd = open(sim_slave_path(sim).c_str(), O_RDWR | O_NOCTTY);
     int64_t start = now_us();
@@ -91,7 +81,7 @@ int main(int argc, char **argv) {
         if (wire > floor_ms) floor_ms = wire;
         std::vector<double> took_all, alone_all;
         for (int run = 0; run < runs; ++run) {
-            Sim *sim = receiver(pace);
+            Sim *sim = bench_receiver("dw2207b", pace);
             if (!sim) return 1;
             int64_t spawned_us = now_us();
             ToolRun r =

@@ -58,14 +58,8 @@ int main(int argc, char **argv) {
             std::vector<double> took_all, wire_all, per_all;
             size_t units = 0;
             for (int run = 0; run < runs; ++run) {
-                SimConfig sc;
-                sc.platform = c.platform;
-                sc.faults.pace_baud = pace;
-                Sim *sim = sim_start(sc, &err);
-                if (!sim) {
-                    fprintf(stderr, "sim: %s\n", err.c_str());
-                    return 1;
-                }
+                Sim *sim = bench_receiver(c.platform, pace);
+                if (!sim) return 1;
                 ToolRun r =
                     run_program(VKAGNSS_BIN, {"-m", c.model, "-o", c.mode, "-p",
                                               sim_slave_path(sim), "-b", "115200", "-f" + path});

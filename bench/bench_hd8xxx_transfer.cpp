@@ -58,16 +58,6 @@ constexpr size_t kHdAckBytes = 10;     // F1 D9 05 01 02 00 <class> <id> ckA ckB
 // At the benches' line rate.
 double line_ms(double bytes) { return wire_ms(bytes, kBaud); }
 
-Sim *paced_receiver() {
-    SimConfig sc;
-    sc.platform = "hd8xxx";
-    sc.faults.pace_baud = kBaud;
-    std::string err;
-    Sim *sim = sim_start(sc, &err);
-    if (!sim) fprintf(stderr, "sim: %s\n", err.c_str());
-    return sim;
-}
-
 struct Figures {
     double took_ms = 0;     // measured
     double floor_ms = 0;    // online: wire and pauses; offline: the serial floor
@@ -129,7 +119,7 @@ bool prepare_offline(const std::string &dir, OfflineCase *c) {
 }
 
 bool run_offline(const OfflineCase &c, int run, const char *log_dir, Figures *fig) {
-    Sim *sim = paced_receiver();
+    Sim *sim = bench_receiver("hd8xxx", kBaud);
     if (!sim) return false;
     int64_t spawned = now_us();
     ToolRun r = run_program(VKAGNSS_BIN, {"-m", "HD8XXX", "-o", "offline", "-p",
@@ -220,7 +210,7 @@ bool prepare_online(const std::string &dir, OnlineCase *c) {
 // written to it from here, its acknowledgement taken the moment the 10th byte
 // is in (no quiet gap, nothing printed), then the tool's 5 ms pause.
 bool receiver_excess(const OnlineCase &c, double *per_frame) {
-    Sim *sim = paced_receiver();
+    Sim *sim = bench_receiver("hd8xxx", kBaud);
     if (!sim) return false;
     int fd = open(sim_slave_path(sim).c_str(), O_RDWR | O_NOCTTY);
     bool ok = fd >= 0;
@@ -255,7 +245,7 @@ bool receiver_excess(const OnlineCase &c, double *per_frame) {
 }
 
 bool run_online(const OnlineCase &c, int run, const char *log_dir, Figures *fig) {
-    Sim *sim = paced_receiver();
+    Sim *sim = bench_receiver("hd8xxx", kBaud);
     if (!sim) return false;
     int64_t spawned = now_us();
     ToolRun r = run_program(VKAGNSS_BIN, {"-m", "HD8XXX", "-o", "online", "-p", sim_slave_path(sim),

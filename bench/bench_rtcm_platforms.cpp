@@ -71,16 +71,6 @@ double tq_block_end_ms(size_t len) { return len < kTqBlock ? kTqBlockEndQuietMs 
 // At the benches' line rate.
 double line_ms(double bytes) { return wire_ms(bytes, kBaud); }
 
-Sim *paced_receiver(const char *platform) {
-    SimConfig sc;
-    sc.platform = platform;
-    sc.faults.pace_baud = kBaud;
-    std::string err;
-    Sim *sim = sim_start(sc, &err);
-    if (!sim) fprintf(stderr, "sim: %s\n", err.c_str());
-    return sim;
-}
-
 // A file of the generator's frames, as many whole epochs of systems as fit
 // in size bytes, made up to exactly size bytes with its text frames.
 std::vector<uint8_t> rtcm_file_of(const char *systems, uint64_t size) {
@@ -146,7 +136,7 @@ bool prepare_sta(const std::string &dir, Case *c) {
 // receiver answer is involved, so the excess is this machine's sleeping and
 // writing.
 bool sta_alone(const Case &c, double *per_frame) {
-    Sim *sim = paced_receiver("sta8100");
+    Sim *sim = bench_receiver("sta8100", kBaud);
     if (!sim) return false;
     vk_precise_timers();
     int fd = open(sim_slave_path(sim).c_str(), O_RDWR | O_NOCTTY);
@@ -171,7 +161,7 @@ bool sta_alone(const Case &c, double *per_frame) {
 }
 
 bool run_sta(Case *c, int run, const char *log_dir) {
-    Sim *sim = paced_receiver("sta8100");
+    Sim *sim = bench_receiver("sta8100", kBaud);
     if (!sim) return false;
     int64_t spawned = now_us();
     ToolRun r =
@@ -248,7 +238,7 @@ bool prepare_tq(const std::string &dir, const char *name, const char *file, cons
 // thread that wakes from a long idle may be slower to pace the next block);
 // the pauses are not timed.
 bool tq_alone(const Case &c, double *per_block) {
-    Sim *sim = paced_receiver("tq934n");
+    Sim *sim = bench_receiver("tq934n", kBaud);
     if (!sim) return false;
     int fd = open(sim_slave_path(sim).c_str(), O_RDWR | O_NOCTTY);
     bool ok = fd >= 0;
@@ -287,7 +277,7 @@ bool tq_alone(const Case &c, double *per_block) {
 }
 
 bool run_tq(Case *c, int run, const char *log_name, const char *log_dir) {
-    Sim *sim = paced_receiver("tq934n");
+    Sim *sim = bench_receiver("tq934n", kBaud);
     if (!sim) return false;
     int64_t spawned = now_us();
     ToolRun r = run_program(VKAGNSS_BIN, {"-m", "TQ934N", "-o", "online", "-p", sim_slave_path(sim),

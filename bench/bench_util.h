@@ -11,7 +11,20 @@
 #include <string>
 #include <vector>
 
+#include "sim/sim.h"
 #include "tests/support/harness.h"
+
+// A fresh virtual receiver of platform, paced at pace baud (0: as fast as the
+// line comes); null, with the reason on standard error, when it did not start.
+inline Sim *bench_receiver(const std::string &platform, uint32_t pace) {
+    SimConfig sc;
+    sc.platform = platform;
+    sc.faults.pace_baud = pace;
+    std::string err;
+    Sim *sim = sim_start(sc, &err);
+    if (!sim) fprintf(stderr, "sim: %s\n", err.c_str());
+    return sim;
+}
 
 // Milliseconds the given bytes take on the line (10 bits each).
 inline double wire_ms(double bytes, uint32_t baud) { return bytes * 10.0 * 1000.0 / baud; }
